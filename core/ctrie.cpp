@@ -1,0 +1,286 @@
+// SPDX-License-Identifier: MIT
+
+#include "core/ctrie.h"
+
+#include "core/bytes.h"
+#include "core/fail.h"
+#include "core/number.h"
+
+namespace {
+
+using vexil::kNoValue;
+using vexil::lib_fail;
+
+constexpr size_t kCharCodes = sizeof ctrie_char_remap;
+constexpr size_t kLargestOffset = 0xFFFFFFFFu; // nodes are built from 32-bit text offsets
+
+/** Child slot of a lower-cased character; CT_CH_NV for what names cannot hold. */
+constexpr u8 slot_of(unsigned char c)
+{
+	return c < kCharCodes ? ctrie_char_remap[c] : static_cast<u8>(CT_CH_NV);
+}
+
+ctrie_node *new_node(ctrie *owner, size_t begin, size_t end, int value)
+{
+	auto *node = static_cast<ctrie_node *>(owner->allocate(sizeof(ctrie_node)));
+	if (!node) {
+		owner->err_code = CTRIE_NOMEM;
+		return nullptr;
+	}
+	memset(node, 0, sizeof *node);
+	node->begin = begin;
+	node->end = end;
+	node->owner = owner;
+	node->value = value;
+	return node;
+}
+
+bool reserve_text(ctrie *trie, size_t length)
+{
+	size_t needed;
+	if (!vexil::add(trie->buf_used, length, &needed) || needed > kLargestOffset) {
+		trie->err_code = CTRIE_NOMEM;
+		return false;
+	}
+	if (needed < trie->buf_max)
+		return true;
+	const size_t capacity = vexil::grown_capacity(trie->buf_max, needed + 1);
+	void *grown = capacity ? trie->reallocate(trie->buf, trie->buf_max, capacity) : nullptr;
+	if (!grown) {
+		trie->err_code = CTRIE_NOMEM;
+		return false;
+	}
+	trie->buf = static_cast<char *>(grown);
+	trie->buf_max = capacity;
+	return true;
+}
+
+/** Takes the tail of @node's label, its children and its value into @tail, its new only child. */
+void move_tail(ctrie_node *node, size_t pos, u8 slot, ctrie_node *tail)
+{
+	tail->begin = pos;
+	tail->end = node->end;
+	tail->value = node->value;
+	memcpy(tail->child, node->child, sizeof tail->child);
+	memset(node->child, 0, sizeof node->child);
+	node->child[slot] = tail;
+	node->end = pos;
+	node->value = kNoValue;
+}
+
+} // namespace
+
+extern "C" {
+
+constexpr u8 ctrie_char_remap[128] = {
+	0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  // 0x00
+	0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  // 0x10
+	1,  0,  0,  2,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  3,  4,  // blank # . /
+	5,  6,  7,  8,  9,  10, 11, 12, 13, 14, 15, 0,  0,  0,  0,  0,  // 0-9 :
+	0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  // A-O are lower-cased first
+	0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  16, 0,  0,  17, // backslash _
+	0,  18, 19, 20, 21, 22, 23, 24, 25, 26, 27, 28, 29, 30, 31, 32, // a-o
+	33, 34, 35, 36, 37, 38, 39, 40, 41, 42, 43, 0,  0,  0,  0,  0,  // p-z
+};
+static_assert(ctrie_char_remap['z'] == CT_CH_z && ctrie_char_remap['_'] == CT_CH_UNDERLINE &&
+	      ctrie_char_remap[':'] == CT_CH_COLON && ctrie_char_remap['\\'] == CT_CH_BACKSLASH &&
+	      ctrie_char_remap['/'] == CT_CH_SLASH && ctrie_char_remap['#'] == CT_CH_NUMBER);
+
+bool ctrie_init(ctrie *pTrie)
+{
+	if (!pTrie)
+		return false;
+	*pTrie = ctrie{.allocate = ALLOC,
+		       .deallocate = DEALLOC,
+		       .reallocate = REALLOC,
+		       .root = nullptr,
+		       .buf = nullptr,
+		       .buf_used = 0,
+		       .buf_max = 0,
+		       .err_code = CTRIE_SUCCESS};
+	pTrie->root = new_node(pTrie, 0, 0, kNoValue);
+	if (!pTrie->root)
+		return false;
+	pTrie->buf = static_cast<char *>(pTrie->allocate(vexil::kInitialCapacity));
+	if (!pTrie->buf) {
+		pTrie->err_code = CTRIE_NOMEM;
+		pTrie->deallocate(pTrie->root);
+		pTrie->root = nullptr;
+		return false;
+	}
+	pTrie->buf_max = vexil::kInitialCapacity;
+	return true;
+}
+
+bool ctrie_insert(ctrie *pTrie, const char *str, int value)
+{
+	constexpr int kInvalidCharReport = 176;
+	if (!pTrie || !str)
+		return false;
+	if (!pTrie->buf || !pTrie->root) {
+		pTrie->err_code = CTRIE_INTERNAL_ERROR;
+		return false;
+	}
+	size_t length = 0;
+	for (; str[length] != '\0'; ++length) {
+		if (slot_of(vexil::lower(str[length])) == CT_CH_NV) {
+			pTrie->err_code = CTRIE_INVALID_CHAR;
+			_printk("[%s][%d]insert wrong string member = %d\n", "ctrie_insert",
+				kInvalidCharReport, static_cast<unsigned char>(str[length]));
+			return false;
+		}
+	}
+	if (length == 0) {
+		pTrie->err_code = CTRIE_OUT_OF_RANGE;
+		return false;
+	}
+	if (!reserve_text(pTrie, length))
+		return false;
+
+	// The text stays even if the key turns out to be a duplicate.
+	const size_t begin = pTrie->buf_used;
+	for (size_t i = 0; i < length; ++i)
+		pTrie->buf[begin + i] = static_cast<char>(vexil::lower(str[i]));
+	pTrie->buf_used += length;
+	return __ctrie_insert_string(pTrie->root, static_cast<u32>(begin),
+				     static_cast<u32>(pTrie->buf_used), value);
+}
+
+bool __ctrie_insert_string(ctrie_node *node, u32 begin, u32 end, int value)
+{
+	constexpr int kNullNodeReport = 399;
+	constexpr int kBadCharBelowReport = 478;
+	constexpr int kBadCharAtSplitReport = 513;
+	if (!node) {
+		lib_fail("__ctrie_insert_string", kNullNodeReport);
+		return false;
+	}
+	ctrie *trie = node->owner;
+	const char *text = trie->buf;
+	size_t i = begin;
+	for (;;) {
+		size_t j = node->begin;
+		while (i < end && j < node->end && text[i] == text[j]) {
+			++i;
+			++j;
+		}
+		const bool label_left = j < node->end;
+
+		if (i >= end) {
+			if (label_left) {
+				if (!__ctrie_split_node(node, static_cast<u32>(j)))
+					return false;
+			} else if (node->value != kNoValue) {
+				trie->err_code = CTRIE_DUPLICATED_STRING;
+				return false;
+			}
+			node->value = value;
+			return true;
+		}
+
+		const u8 slot = slot_of(static_cast<unsigned char>(text[i]));
+		if (slot == CT_CH_NV) {
+			lib_fail("__ctrie_insert_string",
+				 label_left ? kBadCharAtSplitReport : kBadCharBelowReport);
+			return false;
+		}
+		if (!label_left && node->child[slot]) {
+			node = node->child[slot];
+			continue;
+		}
+		// Both new nodes are taken before the tree changes.
+		ctrie_node *leaf = new_node(trie, i, end, value);
+		if (!leaf)
+			return false;
+		if (label_left && !__ctrie_split_node(node, static_cast<u32>(j))) {
+			trie->deallocate(leaf);
+			return false;
+		}
+		node->child[slot] = leaf;
+		return true;
+	}
+}
+
+bool __ctrie_split_node(ctrie_node *node, u32 pos)
+{
+	constexpr int kBadCharReport = 360;
+	if (!node)
+		return false;
+	ctrie *trie = node->owner;
+	if (pos <= node->begin || pos >= node->end) {
+		_printk("%zu not in range (%zu, %zu)\n", static_cast<size_t>(pos), node->begin,
+			node->end);
+		trie->err_code = CTRIE_OUT_OF_RANGE;
+		return false;
+	}
+	const u8 slot = slot_of(static_cast<unsigned char>(trie->buf[pos]));
+	if (slot == CT_CH_NV) {
+		lib_fail("__ctrie_split_node", kBadCharReport);
+		return false;
+	}
+	ctrie_node *tail = new_node(trie, pos, node->end, kNoValue);
+	if (!tail)
+		return false;
+	move_tail(node, pos, slot, tail);
+	return true;
+}
+
+int ctrie_find(const ctrie *pTrie, const char *str)
+{
+	if (!pTrie || !str || !pTrie->buf || !pTrie->root)
+		return kNoValue;
+	const char *text = pTrie->buf;
+	const ctrie_node *node = pTrie->root;
+	const char *key = str;
+	for (;;) {
+		for (size_t j = node->begin; j < node->end; ++j, ++key) {
+			if (vexil::lower(*key) != static_cast<unsigned char>(text[j]))
+				return kNoValue; // an ended key differs too: labels hold no NUL
+		}
+		if (*key == '\0')
+			return node->value;
+		// Slot 0 of every node is empty, so a foreign character ends here as well.
+		node = node->child[slot_of(vexil::lower(*key))];
+		if (!node)
+			return kNoValue;
+	}
+}
+
+void ctrie_destroy(ctrie *pTrie)
+{
+	if (!pTrie || !pTrie->buf)
+		return;
+	__ctrie_delete_node(pTrie->root);
+	pTrie->deallocate(pTrie->buf);
+	pTrie->root = nullptr;
+	pTrie->buf = nullptr;
+	pTrie->buf_used = 0;
+	pTrie->buf_max = 0;
+}
+
+void __ctrie_delete_node(ctrie_node *node)
+{
+	// Keys choose the depth, so no recursion: slot 0 leads back to the parent, and `begin` counts
+	// the slots that are done.
+	ctrie_node *parent = nullptr;
+	if (node)
+		node->begin = CT_CH_NV;
+	while (node) {
+		node->child[CT_CH_NV] = parent;
+		ctrie_node *below = nullptr;
+		while (!below && ++node->begin < CT_CH_IDX_MAX)
+			below = node->child[node->begin];
+		if (below) {
+			parent = node;
+			node = below;
+			node->begin = CT_CH_NV;
+			continue;
+		}
+		ctrie_node *done = node;
+		node = parent;
+		parent = node ? node->child[CT_CH_NV] : nullptr;
+		done->owner->deallocate(done);
+	}
+}
+
+} // extern "C"

@@ -1,0 +1,67 @@
+// SPDX-License-Identifier: MIT
+//
+// Pending<T>: a stack for walks whose depth an input decides.
+#pragma once
+
+#include "core/bytes.h"
+#include "core/memory.h"
+
+namespace vexil {
+
+/**
+ * Last in, first out. The first 16 items stand in the object, more on the heap of @owner's hooks.
+ * push() is false when that memory could not be had; nothing is lost then.
+ */
+template <typename T>
+class Pending {
+public:
+	template <typename Owner>
+	explicit Pending(const Owner &owner)
+	    : deallocate_(owner.deallocate), reallocate_(owner.reallocate)
+	{
+	}
+	~Pending()
+	{
+		if (heap_)
+			deallocate_(heap_);
+	}
+	Pending(const Pending &) = delete;
+	Pending &operator=(const Pending &) = delete;
+
+	[[nodiscard]] bool push(const T &item)
+	{
+		if (count_ == capacity_ && !grow())
+			return false;
+		items()[count_++] = item;
+		return true;
+	}
+	[[nodiscard]] bool empty() const { return count_ == 0; }
+	T pop() { return items()[--count_]; }
+
+private:
+	static constexpr size_t kInPlace = 16;
+
+	T *items() { return heap_ ? heap_ : in_place_; }
+	bool grow()
+	{
+		const size_t capacity = capacity_ * 2;
+		auto *grown = static_cast<T *>(
+			reallocate_(heap_, count_ * sizeof(T), capacity * sizeof(T)));
+		if (!grown)
+			return false;
+		if (!heap_)
+			memcpy(grown, in_place_, sizeof in_place_);
+		heap_ = grown;
+		capacity_ = capacity;
+		return true;
+	}
+
+	DeallocateFn deallocate_;
+	ReallocateFn reallocate_;
+	T *heap_ = nullptr;
+	size_t count_ = 0;
+	size_t capacity_ = kInPlace;
+	T in_place_[kInPlace];
+};
+
+} // namespace vexil

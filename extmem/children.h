@@ -1,0 +1,150 @@
+// SPDX-License-Identifier: MIT
+//
+// Walks over the tree that always end, and reads that look before they trust.
+#pragma once
+
+#include "core/span.h"
+#include "platform/platform.h"
+#include "extmem/extmem.h"
+
+namespace vexil {
+
+/** True for a node that has links. */
+[[nodiscard]] inline bool is_tree_node(node_d node)
+{
+	const int tag = extmem_fetch_tag(node);
+	return tag >= 0 && tag < EXTMEM_TAG_DATA_TYPE_BEGIN;
+}
+
+/** The first child, or the invalid node; data holders have none. */
+[[nodiscard]] inline node_d child_of(node_d node)
+{
+	if (!is_tree_node(node))
+		return kInvalidNode;
+	const node_d child = extmem_get_child(node);
+	return extmem_node_isvalid(child) ? child : kInvalidNode;
+}
+
+/** The next sibling, or the invalid node; data holders have none. */
+[[nodiscard]] inline node_d next_of(node_d node)
+{
+	if (!is_tree_node(node))
+		return kInvalidNode;
+	const node_d next = extmem_get_next(node);
+	return extmem_node_isvalid(next) ? next : kInvalidNode;
+}
+
+/** Slots in the store, whatever they hold. */
+[[nodiscard]] inline size_t node_slots(const extmem_builder &store)
+{
+	return store.node_buffer.buf_used / kNodeBytes;
+}
+
+/**
+ * How many nodes, and bytes of their records, one scan, merge or query may still visit. A damaged
+ * image can share chains and records so that nested walks meet the same ones again and again; sound
+ * ones need less than a third of this.
+ */
+class WalkBudget {
+public:
+	explicit WalkBudget(const extmem_builder &store)
+	    : nodes_(8 * node_slots(store) + 64), bytes_(8 * store.data_buffer.buf_used + 64)
+	{
+	}
+
+	[[nodiscard]] bool spend() { return take(&nodes_, 1); }
+	[[nodiscard]] bool spend_bytes(size_t bytes) { return take(&bytes_, bytes); }
+	/** True once more was asked for than there was; every walk over the store has ended then. */
+	[[nodiscard]] bool spent() const { return spent_; }
+
+private:
+	bool take(size_t *left, size_t amount)
+	{
+		spent_ = spent_ || amount > *left;
+		if (!spent_)
+			*left -= amount;
+		return !spent_;
+	}
+
+	size_t nodes_;
+	size_t bytes_;
+	bool spent_ = false;
+};
+
+/** extmem_find_next within a budget. */
+[[nodiscard]] inline node_d find_next(node_d node, int tag, WalkBudget &budget)
+{
+	do {
+		node = budget.spend() ? next_of(node) : kInvalidNode;
+	} while (node.id != kNoNode && extmem_fetch_tag(node) != tag);
+	return node;
+}
+
+/**
+ * The children of a node, for range-for. Stops at an id outside the store and when the budget is
+ * spent, so a cycle in a damaged image costs time, never a hang. A node's next is read after the
+ * loop's body: relink only nodes that are behind.
+ */
+class Children {
+public:
+	Children(node_d parent, WalkBudget &budget) : first_(child_of(parent)), budget_(&budget) {}
+
+	class iterator {
+	public:
+		iterator(node_d node, WalkBudget *budget) : node_(node), budget_(budget) { check(); }
+		node_d operator*() const { return node_; }
+		iterator &operator++()
+		{
+			node_ = next_of(node_);
+			check();
+			return *this;
+		}
+		bool operator!=(const iterator &other) const { return node_.id != other.node_.id; }
+
+	private:
+		void check()
+		{
+			if (node_.id != kNoNode && !budget_->spend())
+				node_ = kInvalidNode;
+		}
+
+		node_d node_;
+		WalkBudget *budget_;
+	};
+
+	[[nodiscard]] iterator begin() const { return {first_, budget_}; }
+	[[nodiscard]] iterator end() const { return {kInvalidNode, budget_}; }
+
+private:
+	node_d first_;
+	WalkBudget *budget_;
+};
+
+/** The record of a data holder; empty for anything else. */
+[[nodiscard]] inline Bytes payload(node_d node)
+{
+	if (extmem_fetch_tag(node) < EXTMEM_TAG_DATA_TYPE_BEGIN)
+		return {};
+	const data_d record = extmem_copy_from_node(node);
+	return {static_cast<u8 *>(extmem_fetch_data(record)), record.size};
+}
+
+/** The text of a string holder; null unless a NUL ends it inside its record. */
+[[nodiscard]] inline const char *text_of(node_d node)
+{
+	if (extmem_fetch_tag(node) != EXTMEM_TAG_STRING_HOLDER)
+		return nullptr;
+	const Bytes record = payload(node);
+	return record && memchr(record.data(), '\0', record.size())
+		       ? reinterpret_cast<const char *>(record.data())
+		       : nullptr;
+}
+
+/** The name of a node: the string under the first property among its following siblings. */
+[[nodiscard]] inline const char *name_of(node_d node, WalkBudget &budget)
+{
+	const node_d holder = child_of(find_next(node, EXTMEM_TAG_PROPERTY, budget));
+	return budget.spend_bytes(payload(holder).size()) ? text_of(holder) : nullptr;
+}
+
+} // namespace vexil

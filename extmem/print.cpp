@@ -1,0 +1,145 @@
+// SPDX-License-Identifier: MIT
+//
+// The tree dump.
+
+#include "core/bytes.h"
+#include "core/fail.h"
+#include "core/pending.h"
+#include "extmem/children.h"
+#include "extmem/layout.h"
+
+namespace {
+
+constexpr int kMaxNamedTag = EXTMEM_TAG_UNUSED_BEGIN;
+/** Indentation pieces that one dump may print: bounds what a chain of children can cost. */
+constexpr size_t kMaxIndents = size_t{1} << 26;
+
+struct PendingNode {
+	node_d node;
+	int depth;
+};
+
+const char *tag_name(int tag)
+{
+	return tag >= 0 && tag <= kMaxNamedTag ? extmem_tag_name[tag] : "???";
+}
+
+/** The first value of a record, or @missing when it is too short for one. */
+template <typename T>
+T first_value(vexil::Bytes record, T missing)
+{
+	return record.size() >= sizeof(T) ? vexil::load<T>(record.data()) : missing;
+}
+
+/** Each whole value of a record through @format. */
+template <typename Value, typename Shown>
+void print_values(extmem_builder *out, const char *format, vexil::Bytes record)
+{
+	for (size_t at = 0; at + sizeof(Value) <= record.size(); at += sizeof(Value))
+		out->print(format, static_cast<Shown>(vexil::load<Value>(record.data() + at)));
+	out->print("]\n");
+}
+
+void print_holder(extmem_builder *out, node_d node, int tag)
+{
+	const vexil::Bytes record = vexil::payload(node);
+	switch (tag) {
+	case EXTMEM_TAG_DATA_TYPE_BEGIN:
+		return;
+	case EXTMEM_TAG_STRING_HOLDER:
+		out->print("PROP:%s\n", vexil::shown(vexil::text_of(node)));
+		return;
+	case EXTMEM_TAG_KEY_HOLDER:
+		out->print("SourceMask(sz=%d):[", static_cast<int>(record.size()));
+		print_values<u64, size_t>(out, "0x%zx ", record);
+		return;
+	case EXTMEM_TAG_VALUE_HOLDER:
+		out->print("Values:[");
+		print_values<u16, unsigned int>(out, "ID=%u ", record);
+		return;
+	case EXTMEM_TAG_NODE_HOLDER:
+		out->print("NODEID:%u\n", unsigned{first_value<u16>(record, vexil::kNoNode)});
+		return;
+	case EXTMEM_TAG_SIZE_HOLDER:
+		out->print("SIZE:%u\n", static_cast<unsigned int>(first_value<u64>(record, 0)));
+		return;
+	case EXTMEM_TAG_RANGE_HOLDER:
+		out->print("RANGE INFO(sz=%d):[", static_cast<int>(record.size()));
+		print_values<u64, size_t>(out, "0x%zx ", record);
+		return;
+	default:
+		out->print("[%u] Data tag=%s\n", unsigned{extmem_fetch_id(node)}, tag_name(tag));
+		return;
+	}
+}
+
+} // namespace
+
+extern "C" {
+
+// clang-format off
+const char *const extmem_tag_name[59] = {
+	/*  0 */ "UNSPECIFIED", "GENERAL", "???", "???", "???", "???", "???", "???",
+	/*  8 */ "???", "???", "???", "???", "???", "???", "???", "???",
+	/* 16 */ "CUSTOM_BEGIN", "IP", "???", "IP_CONFIG", "???", "???", "PROPERTY", "RULE",
+	/* 24 */ "SOURCE", "???", "FILE", "FUNCTION", "???", "KEY DESC", "KEY RANGE", "???",
+	/* 32 */ "???", "DATA_BEGIN", "DATA", "STRING", "REGISTER", "VREGISTER", "SOURCE", "KEY",
+	/* 40 */ "VALUE", "NODE", "USEDBITS", "SIZE", "RANGE", "???", "???", "???",
+	/* 48 */ "???", "???", "???", "???", "???", "???", "???", "???",
+	/* 56 */ "???", "???", "UNUSED_BEGIN",
+};
+// clang-format on
+
+void extmem_print(extmem_builder *pBuilder, node_d node, int depth)
+{
+	constexpr int kDamagedReport = 612;
+	constexpr int kNoMemoryReport = 613;
+	if (!pBuilder || !extmem_node_isvalid(node))
+		return;
+	// Links come from the image: the walk keeps its own stack, and counts.
+	size_t lines_left = 2 * vexil::node_slots(*node.owner);
+	size_t indents_left = kMaxIndents;
+	vexil::Pending<PendingNode> pending(*pBuilder);
+	PendingNode cur{node, depth};
+	for (;;) {
+		const size_t indents = cur.depth > 0 ? static_cast<size_t>(cur.depth) : 0;
+		if (lines_left == 0 || indents > indents_left) {
+			vexil::lib_fail("extmem_print", kDamagedReport);
+			return;
+		}
+		--lines_left;
+		indents_left -= indents;
+		for (size_t i = 0; i < indents; ++i)
+			pBuilder->print("---");
+
+		const int tag = extmem_fetch_tag(cur.node);
+		if (tag < EXTMEM_TAG_DATA_TYPE_BEGIN) {
+			pBuilder->print("[%u] tag=%s\n", unsigned{extmem_fetch_id(cur.node)},
+					tag_name(tag));
+			const node_d child = vexil::child_of(cur.node);
+			const node_d next = vexil::next_of(cur.node);
+			const bool has_child = child.id != vexil::kNoNode;
+			if (next.id != vexil::kNoNode) {
+				if (!has_child) {
+					cur.node = next;
+					continue;
+				}
+				if (!pending.push({next, cur.depth})) {
+					vexil::lib_fail("extmem_print", kNoMemoryReport);
+					return;
+				}
+			}
+			if (has_child) {
+				cur = {child, cur.depth + 1};
+				continue;
+			}
+		} else {
+			print_holder(pBuilder, cur.node, tag);
+		}
+		if (pending.empty())
+			return;
+		cur = pending.pop();
+	}
+}
+
+} // extern "C"
