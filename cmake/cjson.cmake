@@ -104,7 +104,7 @@ set_target_properties(vexil_cjson PROPERTIES
   POSITION_INDEPENDENT_CODE ON
   C_STANDARD 11
   C_EXTENSIONS ON
-  C_VISIBILITY_PRESET hidden)
+)
 target_compile_definitions(vexil_cjson PRIVATE CJSON_NESTING_LIMIT=48)
 target_include_directories(vexil_cjson PRIVATE "${VEXIL_CJSON_OURS}/include" "${VEXIL_CJSON_OURS}" "${VEXIL_CJSON_DIR}")
 target_compile_options(vexil_cjson PRIVATE -ffreestanding -nostdinc -fno-stack-protector

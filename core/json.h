@@ -105,7 +105,8 @@ private:
 void find_members(const cJSON *object, const char *const *keys, const cJSON **found, size_t count);
 
 template <size_t N>
-inline void find_members(const cJSON *object, const char *const (&keys)[N], const cJSON *(&found)[N])
+inline void find_members(const cJSON *object, const char *const (&keys)[N],
+			 const cJSON *(&found)[N])
 {
 	find_members(object, keys, found, N);
 }

@@ -16,7 +16,8 @@ constexpr unsigned int kDetectBase = 0;
 constexpr bool belongs_to_number(unsigned char c)
 {
 	const unsigned char letter = c | 0x20;
-	return (c >= '0' && c <= '9') || (letter >= 'a' && letter <= 'f') || letter == 'x' || c == '+' || c == '-';
+	return (c >= '0' && c <= '9') || (letter >= 'a' && letter <= 'f') || letter == 'x' ||
+	       c == '+' || c == '-';
 }
 
 void become_number(cJSON *item, long long value)
@@ -58,8 +59,14 @@ void json_number_read_string(cJSON *item)
 long long cJSON_SetNumberHelper(cJSON *object, long long number)
 {
 	constexpr long long kMost = __INT_MAX__;
+	constexpr long long kLeast = -kMost - 1;
 	object->valuelong = number;
-	object->valueint = static_cast<int>(number > kMost ? kMost : number < -kMost - 1 ? -kMost - 1 : number);
+	if (number > kMost)
+		object->valueint = static_cast<int>(kMost);
+	else if (number < kLeast)
+		object->valueint = static_cast<int>(kLeast);
+	else
+		object->valueint = static_cast<int>(number);
 	return number;
 }
 

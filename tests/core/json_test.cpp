@@ -49,7 +49,8 @@ std::string printed(const cJSON *item)
 	return result;
 }
 
-std::string nested(size_t levels, const std::string &open, const std::string &inside, const std::string &close)
+std::string nested(size_t levels, const std::string &open, const std::string &inside,
+		   const std::string &close)
 {
 	std::string text;
 	for (size_t i = 0; i < levels; ++i)
@@ -60,16 +61,9 @@ std::string nested(size_t levels, const std::string &open, const std::string &in
 	return text;
 }
 
-// Every test starts and ends without a block.
 class Json : public testing::Test {
 protected:
-	void SetUp() override { ASSERT_EQ(vexil_test::live_blocks(), 0u); }
-	void TearDown() override
-	{
-		cJSON_InitHooks(nullptr);
-		vexil_test::fail_never();
-		EXPECT_EQ(vexil_test::live_blocks(), 0u);
-	}
+	void TearDown() override { cJSON_InitHooks(nullptr); }
 };
 
 using JsonNumber = Json;
@@ -141,14 +135,20 @@ TEST_F(JsonNumber, IsReadInTheBaseThatItsPrefixNames)
 TEST_F(JsonNumber, ThatCannotBeConvertedFailsTheWholeDocument)
 {
 	const std::string cases[] = {
-		"1.5", "1.", "-1.5", ".5", "+.5", "1e3", "1E3", "1e+3", "1e-3",                    // fractions and exponents
-		"08", "09", "018", "-08", "12ab", "1a", "0xg", "0x1g", "1x", "0b1",                 // digits beyond the base
-		"0x", "-0x", "-", "+", "--5", "++5", "+-5", "-+5", "5-", "5+", "5-3", "0x-1",       // signs and prefixes alone
-		"ff", "a1", "A1", "x10", "X10", "e5", "- 5", "+ 5",                                 // no digit or sign in front
-		"9223372036854775808", "-9223372036854775809", "0x8000000000000000",                // one beyond 64 bits
-		"-0x8000000000000001", "0xffffffffffffffff", "01000000000000000000000",             //
-		"99999999999999999999999999999999999999999999999", kSixtyFourCharacters,            // far too long
-		"1 2", "0x1F 0", "1\v\"b\"",                                                        // more than one
+		// Fractions and exponents.
+		"1.5", "1.", "-1.5", ".5", "+.5", "1e3", "1E3", "1e+3", "1e-3",
+		// Digits beyond the base.
+		"08", "09", "018", "-08", "12ab", "1a", "0xg", "0x1g", "1x", "0b1",
+		// Signs and prefixes alone.
+		"0x", "-0x", "-", "+", "--5", "++5", "+-5", "-+5", "5-", "5+", "5-3", "0x-1",
+		// Neither digit nor sign in front.
+		"ff", "a1", "A1", "x10", "X10", "e5", "- 5", "+ 5",
+		// More than 64 bits, by one and by far.
+		"9223372036854775808", "-9223372036854775809", "0x8000000000000000",
+		"-0x8000000000000001", "0xffffffffffffffff", "01000000000000000000000",
+		"99999999999999999999999999999999999999999999999",
+		// More characters, or more numbers, than one may have.
+		kSixtyFourCharacters, "1 2", "0x1F 0", "1\v\"b\"",
 	};
 	for (const std::string &token : cases) {
 		SCOPED_TRACE(token);
@@ -162,7 +162,8 @@ TEST_F(JsonNumber, ThatCannotBeConvertedFailsTheWholeDocument)
 TEST_F(JsonNumber, EndsAtTheRootWhereItsCharactersEnd)
 {
 	const std::pair<std::string, long long> cases[] = {
-		{"1.5", 1}, {"31 rest", 31}, {"+5", 5}, {"0x10,", 16}, {"7", 7}, {"  \n\t-8]", -8}, {"010.9", 8},
+		{"1.5", 1}, {"31 rest", 31}, {"+5", 5}, {"0x10,", 16},
+		{"7", 7}, {"  \n\t-8]", -8}, {"010.9", 8},
 	};
 	for (const auto &[text, value] : cases) {
 		SCOPED_TRACE(text);
@@ -264,8 +265,8 @@ TEST_F(JsonNumber, OfAnyOtherItemIsZero)
 
 TEST_F(JsonNumber, IsReturnedForEveryKindThatHoldsOne)
 {
-	for (int kind : {cJSON_Invalid, cJSON_False, cJSON_True, cJSON_NULL, cJSON_Number, cJSON_String, cJSON_Array,
-			 cJSON_Object, cJSON_Raw}) {
+	for (int kind : {cJSON_Invalid, cJSON_False, cJSON_True, cJSON_NULL, cJSON_Number,
+			 cJSON_String, cJSON_Array, cJSON_Object, cJSON_Raw}) {
 		cJSON item{};
 		item.type = kind;
 		item.valuelong = 4294967297;
@@ -331,9 +332,9 @@ TEST_F(JsonHexString, IsLookedAtAfterItsEscapesAreResolved)
 TEST_F(JsonHexString, StaysAStringWithNothingLeftBehindWhenItIsNone)
 {
 	const std::string cases[] = {
-		"0X1F", "0X10", "0x",    "0xZZ",  "0x1G", "0x1F.", "0x1.5", "0x-1", "0x+1", "-0x10", "+0x10",
-		" 0x10", "0x10 ", "0x 1", "0x0x1", "31",   "010",   "0",     "",     "x10",  "0y10",  "ff",
-		"0x8000000000000000", "0xffffffffffffffff", "0x10000000000000000",
+		"0X1F", "0X10", "0x", "0xZZ", "0x1G", "0x1F.", "0x1.5", "0x-1", "0x+1", "-0x10",
+		"+0x10", " 0x10", "0x10 ", "0x 1", "0x0x1", "31", "010", "0", "", "x10", "0y10",
+		"ff", "0x8000000000000000", "0xffffffffffffffff", "0x10000000000000000",
 	};
 	for (const std::string &text : cases) {
 		SCOPED_TRACE(text);
@@ -351,8 +352,8 @@ TEST_F(JsonHexString, StaysAStringWithNothingLeftBehindWhenItIsNone)
 
 TEST_F(JsonHexString, IsOnlyLookedForInValuesNeverInNames)
 {
-	const Document document =
-		parse(R"({"0x10": true, "0x20": "abc", "0x30": null, "0x40": {}, "0x50": [], "0x60": false, "0x70": 7})");
+	const Document document = parse(R"({"0x10": true, "0x20": "abc", "0x30": null, "0x40": {},
+		"0x50": [], "0x60": false, "0x70": 7})");
 	ASSERT_TRUE(document);
 	std::vector<std::string> names;
 	std::vector<int> kinds;
@@ -362,9 +363,10 @@ TEST_F(JsonHexString, IsOnlyLookedForInValuesNeverInNames)
 		kinds.push_back(item->type);
 		values.push_back(item->valuelong);
 	}
-	EXPECT_EQ(names, (std::vector<std::string>{"0x10", "0x20", "0x30", "0x40", "0x50", "0x60", "0x70"}));
-	EXPECT_EQ(kinds, (std::vector<int>{cJSON_True, cJSON_String, cJSON_NULL, cJSON_Object, cJSON_Array, cJSON_False,
-					   cJSON_Number}));
+	EXPECT_EQ(names, (std::vector<std::string>{"0x10", "0x20", "0x30", "0x40", "0x50", "0x60",
+						   "0x70"}));
+	EXPECT_EQ(kinds, (std::vector<int>{cJSON_True, cJSON_String, cJSON_NULL, cJSON_Object,
+					   cJSON_Array, cJSON_False, cJSON_Number}));
 	EXPECT_EQ(values, (std::vector<long long>{0, 0, 0, 0, 0, 0, 7}));
 }
 
@@ -385,15 +387,19 @@ TEST_F(JsonPrint, WritesNumbersInHexadecimalWithoutAPrefix)
 		const Document document(cJSON_CreateNumber(value));
 		EXPECT_EQ(printed(document.get()), text);
 	}
-	EXPECT_EQ(printed(parse(R"(["0x10", 31, 010, -1, +7])").get()), "[10,1f,8,ffffffffffffffff,7]");
+	EXPECT_EQ(printed(parse(R"(["0x10", 31, 010, -1, +7])").get()),
+		  "[10,1f,8,ffffffffffffffff,7]");
 }
 
 TEST_F(JsonPrint, WritesEveryOtherKindAsTheLibraryDoes)
 {
 	const Document document = parse(
-		R"({"t": true, "f": false, "n": null, "s": "a\"\\\b\f\n\r\t\u0001\u001f/", "e": "", "l": [], "o": {}})");
+		R"({"t": true, "f": false, "n": null, "s": "a\"\\\b\f\n\r\t\u0001\u001f/",
+		    "e": "", "l": [], "o": {}})");
 	ASSERT_TRUE(document);
-	EXPECT_EQ(printed(document.get()), R"({"t":true,"f":false,"n":null,"s":"a\"\\\b\f\n\r\t\u0001\u001f/","e":"","l":[],"o":{}})");
+	EXPECT_EQ(printed(document.get()),
+		  R"({"t":true,"f":false,"n":null,"s":"a\"\\\b\f\n\r\t\u0001\u001f/",)"
+		  R"("e":"","l":[],"o":{}})");
 
 	char *text = cJSON_Print(document->child);
 	EXPECT_STREQ(text, "true");
@@ -476,15 +482,17 @@ TEST_F(JsonParse, IgnoresWhatFollowsTheRoot)
 TEST_F(JsonParse, CountsTheNulAsReadable)
 {
 	// The library looks for a byte order mark only where five bytes can be read.
-	const Document document = parse("\xEF\xBB\xBF" "5");
+	const Document document = parse("\xEF\xBB\xBF\x35"); // 5
 	ASSERT_TRUE(vexil::is_number(document.get()));
 	EXPECT_EQ(document->valuelong, 5);
 }
 
 TEST_F(JsonParse, GivesNothingPartial)
 {
-	for (const char *text : {"{", "{\"a\"", "{\"a\":", "{\"a\": 1", "{\"a\": 1,", "{\"a\": 1, }", "[1, 2", "[1,]", "\"open",
-				 "{\"a\": {\"b\": [1, 2, x]}}", "{a: 1}", "{\"a\" 1}", "\"\\q\"", "\"\\uD800\"", "tru", "]"}) {
+	for (const char *text :
+	     {"{", "{\"a\"", "{\"a\":", "{\"a\": 1", "{\"a\": 1,", "{\"a\": 1, }", "[1, 2", "[1,]",
+	      "\"open", "{\"a\": {\"b\": [1, 2, x]}}", "{a: 1}", "{\"a\" 1}", "\"\\q\"",
+	      "\"\\uD800\"", "tru", "]"}) {
 		SCOPED_TRACE(text);
 		EXPECT_EQ(vexil_json_parse(text), nullptr);
 		EXPECT_EQ(vexil_test::live_blocks(), 0u);
@@ -533,11 +541,11 @@ TEST_F(JsonParse, DeletesNothingForNull)
 TEST_F(JsonMemory, ComesFromTheHooksAlone)
 {
 	const std::pair<const char *, size_t> cases[] = {
-		{"1", 1},                           // the item; no copy of the number
-		{"\"text\"", 2},                    // and its text
-		{"\"0x10\"", 2},                    //
-		{"[1, 0x2, \"0x3\", null]", 6},     //
-		{"{\"a\": {\"b\": \"0x10\"}}", 6},  // three items, two names, one text
+		{"1", 1},                          // the item; no copy of the number
+		{"\"text\"", 2},                   // and its text
+		{"\"0x10\"", 2},                   //
+		{"[1, 0x2, \"0x3\", null]", 6},    //
+		{"{\"a\": {\"b\": \"0x10\"}}", 6}, // three items, two names, one text
 	};
 	for (const auto &[text, blocks] : cases) {
 		SCOPED_TRACE(text);
@@ -549,23 +557,28 @@ TEST_F(JsonMemory, ComesFromTheHooksAlone)
 }
 
 constexpr char kEveryKind[] =
-	R"({"version": {"major": 1}, "list": [1, 0x2, "0x3", "four", true, false, null, {}, []], "text": "a\nb", "n": -1})";
+	R"({"version": {"major": 1}, "list": [1, 0x2, "0x3", "four", true, false, null, {}, []],
+	    "text": "a\nb", "n": -1})";
 
 TEST_F(JsonMemory, FailingAtAnyPointLeavesNothingBehind)
 {
 	size_t needed = 0;
 	for (;; ++needed) {
 		SCOPED_TRACE(needed);
-		vexil_test::fail_after(needed);
-		const Document document = parse(kEveryKind);
-		vexil_test::fail_never();
-		if (document)
+		const auto refuse = vexil_test::Refuse::from(needed + 1);
+		if (parse(kEveryKind))
 			break;
+		EXPECT_TRUE(refuse.happened());
 		EXPECT_EQ(vexil_test::live_blocks(), 0u);
 		ASSERT_LT(needed, 100u);
 	}
 	// 5 members with a name each, 9 entries, 3 texts, the root.
 	EXPECT_EQ(needed, 5u * 2 + 9 + 3 + 1);
+	for (size_t nth = 1; nth <= needed; ++nth) {
+		const auto refuse = vexil_test::Refuse::only(nth);
+		EXPECT_FALSE(parse(kEveryKind)) << nth;
+		EXPECT_EQ(vexil_test::live_blocks(), 0u) << nth;
+	}
 }
 
 TEST_F(JsonMemory, FailingWhilePrintingOrCopyingLeavesTheDocumentAlone)
@@ -577,10 +590,8 @@ TEST_F(JsonMemory, FailingWhilePrintingOrCopyingLeavesTheDocumentAlone)
 
 	size_t needed = 0;
 	for (;; ++needed) {
-		vexil_test::fail_after(needed);
-		char *copy = cJSON_PrintBuffered(document.get(), 1, false);
-		vexil_test::fail_never();
-		if (copy) {
+		const auto refuse = vexil_test::Refuse::from(needed + 1);
+		if (char *copy = cJSON_PrintBuffered(document.get(), 1, false)) {
 			EXPECT_EQ(copy, text);
 			cJSON_free(copy);
 			break;
@@ -591,11 +602,9 @@ TEST_F(JsonMemory, FailingWhilePrintingOrCopyingLeavesTheDocumentAlone)
 	EXPECT_GT(needed, 1u);
 
 	for (needed = 0;; ++needed) {
-		vexil_test::fail_after(needed);
-		const Document copy(cJSON_Duplicate(document.get(), true));
-		vexil_test::fail_never();
-		if (copy) {
-			EXPECT_EQ(printed(copy.get()), text);
+		const auto refuse = vexil_test::Refuse::from(needed + 1);
+		if (const Document copy{cJSON_Duplicate(document.get(), true)}) {
+			EXPECT_TRUE(cJSON_Compare(copy.get(), document.get(), true));
 			break;
 		}
 		EXPECT_EQ(vexil_test::live_blocks(), blocks) << needed;
@@ -685,9 +694,12 @@ TEST_F(JsonBuild, CountsInIntegersOnly)
 	constexpr long long kNotADouble = (1LL << 53) + 1;
 	const int ints[] = {1, -2, INT_MAX};
 	const long long longs[] = {kNotADouble, INT64_MIN, 0};
-	EXPECT_EQ(printed(Document(cJSON_CreateIntArray(ints, 3)).get()), "[1,fffffffffffffffe,7fffffff]");
-	EXPECT_EQ(printed(Document(cJSON_CreateDoubleArray(longs, 3)).get()), "[20000000000001,8000000000000000,0]");
-	EXPECT_EQ(printed(Document(cJSON_CreateFloatArray(longs, 3)).get()), "[20000000000001,8000000000000000,0]");
+	EXPECT_EQ(printed(Document(cJSON_CreateIntArray(ints, 3)).get()),
+		  "[1,fffffffffffffffe,7fffffff]");
+	EXPECT_EQ(printed(Document(cJSON_CreateDoubleArray(longs, 3)).get()),
+		  "[20000000000001,8000000000000000,0]");
+	EXPECT_EQ(printed(Document(cJSON_CreateFloatArray(longs, 3)).get()),
+		  "[20000000000001,8000000000000000,0]");
 
 	const Document object(cJSON_CreateObject());
 	const cJSON *added = cJSON_AddNumberToObject(object.get(), "n", kNotADouble);
@@ -717,9 +729,11 @@ TEST_F(JsonBuild, CopiesHexStringsWithTheirText)
 
 TEST_F(JsonMember, AreFoundInOnePassInAnyOrderAndLetterCase)
 {
-	const Document document = parse(R"({"LABEL": 1, "other": 2, "Addr": 3, "mask": 4, "addresses": 5})");
+	const Document document =
+		parse(R"({"LABEL": 1, "other": 2, "Addr": 3, "mask": 4, "addresses": 5})");
 	const char *const keys[] = {"Mask", "Label", "missing", "Addr", "add"};
-	const cJSON *found[5] = {document.get(), document.get(), document.get(), document.get(), document.get()};
+	const cJSON *found[5] = {document.get(), document.get(), document.get(), document.get(),
+				 document.get()};
 	vexil::find_members(document.get(), keys, found);
 	EXPECT_EQ(vexil::number_of(found[0]), 4);
 	EXPECT_EQ(vexil::number_of(found[1]), 1);
@@ -804,13 +818,16 @@ TEST_F(JsonMember, AgreeWithTheLibrarysOwnSearch)
 	for (int round = 0; round < 2000; ++round) {
 		const Document document(cJSON_CreateObject());
 		for (unsigned int i = random() % 8; i > 0; --i)
-			cJSON_AddNumberToObject(document.get(), name().c_str(), static_cast<long long>(i));
+			cJSON_AddNumberToObject(document.get(), name().c_str(),
+						static_cast<long long>(i));
 		const char *const keys[] = {"ab", "B", "", "aa", "a", "BA"};
 		const cJSON *found[6];
 		vexil::find_members(document.get(), keys, found);
 		for (size_t i = 0; i < 6; ++i) {
-			EXPECT_EQ(found[i], cJSON_GetObjectItem(document.get(), keys[i])) << printed(document.get()) << keys[i];
-			EXPECT_EQ(vexil::member(document.get(), keys[i]), found[i]) << printed(document.get()) << keys[i];
+			EXPECT_EQ(found[i], cJSON_GetObjectItem(document.get(), keys[i]))
+				<< printed(document.get()) << keys[i];
+			EXPECT_EQ(vexil::member(document.get(), keys[i]), found[i])
+				<< printed(document.get()) << keys[i];
 		}
 	}
 }
@@ -830,7 +847,8 @@ TEST_F(JsonMember, AreWalkedInDocumentOrder)
 
 TEST_F(JsonMember, TellTheirKind)
 {
-	const Document document = parse(R"({"o": {}, "a": [], "s": "x", "n": 1, "h": "0x1", "t": true})");
+	const Document document =
+		parse(R"({"o": {}, "a": [], "s": "x", "n": 1, "h": "0x1", "t": true})");
 	const char *const keys[] = {"o", "a", "s", "n", "h", "t"};
 	const cJSON *found[6];
 	vexil::find_members(document.get(), keys, found);

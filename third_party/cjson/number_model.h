@@ -20,13 +20,15 @@ extern "C" {
  *
  * Return: characters taken, 1 to 63; 0 when they are no number of 64 bits.
  */
-__attribute__((visibility("hidden"))) size_t json_number_parse(cJSON *item, const unsigned char *text, size_t length);
+__attribute__((visibility("hidden")))
+size_t json_number_parse(cJSON *item, const unsigned char *text, size_t length);
 
 /**
  * json_number_read_string - let a string value such as "0x1f" be a number
  * @item: a string item; it becomes a number and keeps its text, or stays as it is
  */
-__attribute__((visibility("hidden"))) void json_number_read_string(cJSON *item);
+__attribute__((visibility("hidden")))
+void json_number_read_string(cJSON *item);
 
 #ifdef __cplusplus
 }
