@@ -6,6 +6,24 @@
 #include "core/fail.h"
 #include "core/number.h"
 
+extern "C" {
+
+constexpr u8 ctrie_char_remap[128] = {
+	0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  // 0x00
+	0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  // 0x10
+	1,  0,  0,  2,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  3,  4,  // blank # . /
+	5,  6,  7,  8,  9,  10, 11, 12, 13, 14, 15, 0,  0,  0,  0,  0,  // 0-9 :
+	0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  // A-O are lower-cased first
+	0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  16, 0,  0,  17, // backslash _
+	0,  18, 19, 20, 21, 22, 23, 24, 25, 26, 27, 28, 29, 30, 31, 32, // a-o
+	33, 34, 35, 36, 37, 38, 39, 40, 41, 42, 43, 0,  0,  0,  0,  0,  // p-z
+};
+static_assert(ctrie_char_remap['z'] == CT_CH_z && ctrie_char_remap['_'] == CT_CH_UNDERLINE &&
+	      ctrie_char_remap[':'] == CT_CH_COLON && ctrie_char_remap['\\'] == CT_CH_BACKSLASH &&
+	      ctrie_char_remap['/'] == CT_CH_SLASH && ctrie_char_remap['#'] == CT_CH_NUMBER);
+
+} // extern "C"
+
 namespace {
 
 using vexil::kNoValue;
@@ -14,11 +32,28 @@ using vexil::lib_fail;
 constexpr size_t kCharCodes = sizeof ctrie_char_remap;
 constexpr size_t kLargestOffset = 0xFFFFFFFFu; // nodes are built from 32-bit text offsets
 
-/** Child slot of a lower-cased character; CT_CH_NV for what names cannot hold. */
-constexpr u8 slot_of(unsigned char c)
+/** What lookups ask of each character of a key, in one access. */
+struct KeyChar {
+	u8 lower;
+	u8 slot; // child index after lower-casing; CT_CH_NV for what names cannot hold
+};
+struct KeyChars {
+	KeyChar of[256];
+	constexpr const KeyChar &operator[](char c) const { return of[static_cast<u8>(c)]; }
+};
+
+constexpr KeyChars make_key_chars()
 {
-	return c < kCharCodes ? ctrie_char_remap[c] : static_cast<u8>(CT_CH_NV);
+	KeyChars table{};
+	for (size_t code = 0; code < 256; ++code) {
+		const u8 lower = vexil::lower(static_cast<char>(code));
+		table.of[code].lower = lower;
+		table.of[code].slot = lower < kCharCodes ? ctrie_char_remap[lower] : u8{CT_CH_NV};
+	}
+	return table;
 }
+
+constexpr KeyChars kKeyChars = make_key_chars();
 
 ctrie_node *new_node(ctrie *owner, size_t begin, size_t end, int value)
 {
@@ -72,20 +107,6 @@ void move_tail(ctrie_node *node, size_t pos, u8 slot, ctrie_node *tail)
 
 extern "C" {
 
-constexpr u8 ctrie_char_remap[128] = {
-	0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  // 0x00
-	0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  // 0x10
-	1,  0,  0,  2,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  3,  4,  // blank # . /
-	5,  6,  7,  8,  9,  10, 11, 12, 13, 14, 15, 0,  0,  0,  0,  0,  // 0-9 :
-	0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  // A-O are lower-cased first
-	0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  16, 0,  0,  17, // backslash _
-	0,  18, 19, 20, 21, 22, 23, 24, 25, 26, 27, 28, 29, 30, 31, 32, // a-o
-	33, 34, 35, 36, 37, 38, 39, 40, 41, 42, 43, 0,  0,  0,  0,  0,  // p-z
-};
-static_assert(ctrie_char_remap['z'] == CT_CH_z && ctrie_char_remap['_'] == CT_CH_UNDERLINE &&
-	      ctrie_char_remap[':'] == CT_CH_COLON && ctrie_char_remap['\\'] == CT_CH_BACKSLASH &&
-	      ctrie_char_remap['/'] == CT_CH_SLASH && ctrie_char_remap['#'] == CT_CH_NUMBER);
-
 bool ctrie_init(ctrie *pTrie)
 {
 	if (!pTrie)
@@ -123,7 +144,7 @@ bool ctrie_insert(ctrie *pTrie, const char *str, int value)
 	}
 	size_t length = 0;
 	for (; str[length] != '\0'; ++length) {
-		if (slot_of(vexil::lower(str[length])) == CT_CH_NV) {
+		if (kKeyChars[str[length]].slot == CT_CH_NV) {
 			pTrie->err_code = CTRIE_INVALID_CHAR;
 			_printk("[%s][%d]insert wrong string member = %d\n", "ctrie_insert",
 				kInvalidCharReport, static_cast<unsigned char>(str[length]));
@@ -140,7 +161,7 @@ bool ctrie_insert(ctrie *pTrie, const char *str, int value)
 	// The text stays even if the key turns out to be a duplicate.
 	const size_t begin = pTrie->buf_used;
 	for (size_t i = 0; i < length; ++i)
-		pTrie->buf[begin + i] = static_cast<char>(vexil::lower(str[i]));
+		pTrie->buf[begin + i] = static_cast<char>(kKeyChars[str[i]].lower);
 	pTrie->buf_used += length;
 	return __ctrie_insert_string(pTrie->root, static_cast<u32>(begin),
 				     static_cast<u32>(pTrie->buf_used), value);
@@ -178,7 +199,7 @@ bool __ctrie_insert_string(ctrie_node *node, u32 begin, u32 end, int value)
 			return true;
 		}
 
-		const u8 slot = slot_of(static_cast<unsigned char>(text[i]));
+		const u8 slot = kKeyChars[text[i]].slot;
 		if (slot == CT_CH_NV) {
 			lib_fail("__ctrie_insert_string",
 				 label_left ? kBadCharAtSplitReport : kBadCharBelowReport);
@@ -213,7 +234,7 @@ bool __ctrie_split_node(ctrie_node *node, u32 pos)
 		trie->err_code = CTRIE_OUT_OF_RANGE;
 		return false;
 	}
-	const u8 slot = slot_of(static_cast<unsigned char>(trie->buf[pos]));
+	const u8 slot = kKeyChars[trie->buf[pos]].slot;
 	if (slot == CT_CH_NV) {
 		lib_fail("__ctrie_split_node", kBadCharReport);
 		return false;
@@ -233,14 +254,15 @@ int ctrie_find(const ctrie *pTrie, const char *str)
 	const ctrie_node *node = pTrie->root;
 	const char *key = str;
 	for (;;) {
-		for (size_t j = node->begin; j < node->end; ++j, ++key) {
-			if (vexil::lower(*key) != static_cast<unsigned char>(text[j]))
+		const char *const label_end = text + node->end;
+		for (const char *label = text + node->begin; label < label_end; ++label, ++key) {
+			if (kKeyChars[*key].lower != static_cast<u8>(*label))
 				return kNoValue; // an ended key differs too: labels hold no NUL
 		}
 		if (*key == '\0')
 			return node->value;
 		// Slot 0 of every node is empty, so a foreign character ends here as well.
-		node = node->child[slot_of(vexil::lower(*key))];
+		node = node->child[kKeyChars[*key].slot];
 		if (!node)
 			return kNoValue;
 	}

@@ -28,12 +28,13 @@ Narrowed narrow_common(pim *map, const cJSON *member, reg_func *common)
 	const bool first_member = common->fn_num == 0;
 
 	// What stays is written over the list, in this member's order: compare with a copy of it.
-	Scratch<u8> before(map->builder, first_member ? 0 : kCommonListBytes);
+	const size_t list_bytes = reg_list_bytes(common->fn_num);
+	const Scratch<u8> before(map->builder, first_member ? 0 : list_bytes);
 	if (!first_member && !before)
 		return Narrowed::kNoMemory;
 	auto *previous = reinterpret_cast<reg_func *>(before.get());
 	if (!first_member)
-		memcpy(previous, common, reg_list_bytes(common->fn_num));
+		memcpy(previous, common, list_bytes);
 
 	common->fn_num = 0;
 	for (const cJSON *entry : entries) {

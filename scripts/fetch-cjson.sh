@@ -33,7 +33,8 @@ mkdir -p "$parent" || fail "cannot make $parent"
 parent=$(cd "$parent" && pwd)
 dest=$parent/$(basename "$dest")
 if [ -e "$dest" ] || [ -L "$dest" ]; then
-  rmdir "$dest" 2>/dev/null || fail "$dest holds something else than the cJSON source; remove it first"
+  rmdir "$dest" 2>/dev/null ||
+    fail "$dest holds something else than the cJSON source; remove it first"
 fi
 
 # mktemp gives a folder of ours alone: source lists may hold passwords.
@@ -63,7 +64,10 @@ read_stanzas() {
     /^#/ || /^[ \t]*$/ { next }
     /^[^ \t]/ { field = tolower($0); sub(/[ \t]*:.*/, "", field) }
     field == "types" { if ($0 ~ /(^|[ \t:])deb(-src)?([ \t]|$)/) typed = 1; next }
-    field == "enabled" { if (tolower($0) ~ /:[ \t]*(no|false|without|off|disable|0)[ \t]*$/) enabled = 0; next }
+    field == "enabled" {
+      if (tolower($0) ~ /:[ \t]*(no|false|without|off|disable|0)[ \t]*$/) enabled = 0
+      next
+    }
     { stanza = stanza $0 "\n" }
     END { flush() }
   ' "$@"
@@ -75,25 +79,28 @@ only_debian_lists() { grep -E "$kDebian" || true; }
 only_debian_stanzas() { awk -v pattern="$kDebian" 'BEGIN { RS = ""; ORS = "\n\n" } $0 ~ pattern'; }
 
 # Only files that apt itself would read: a list that was disabled by renaming has another ending.
-settings=$(apt-config shell list Dir::Etc::sourcelist/f folder Dir::Etc::sourceparts/d) || fail "apt-config fails"
+settings=$(apt-config shell list Dir::Etc::sourcelist/f folder Dir::Etc::sourceparts/d) ||
+  fail "apt-config fails"
 eval "$settings"
-mapfile -t lists < <(find -L "${list:-/etc/apt/sources.list}" -maxdepth 0 -type f 2>/dev/null
-  find -L "${folder:-/etc/apt/sources.list.d/}" -maxdepth 1 -type f -name '*.list' 2>/dev/null | sort)
-mapfile -t stanzas < <(find -L "${folder:-/etc/apt/sources.list.d/}" -maxdepth 1 -type f -name '*.sources' 2>/dev/null | sort)
+list=${list:-/etc/apt/sources.list}
+folder=${folder:-/etc/apt/sources.list.d/}
+in_folder() { find -L "$folder" -maxdepth 1 -type f -name "$1" 2>/dev/null | sort; }
+mapfile -t lists < <([ ! -f "$list" ] || printf '%s\n' "$list"; in_folder '*.list')
+mapfile -t stanzas < <(in_folder '*.sources')
 mkdir -p "$work/all"
 : >"$work/all/machine.list"
 : >"$work/all/machine.sources"
 [ ${#lists[@]} -eq 0 ] || read_lists "${lists[@]}" >"$work/all/machine.list"
 [ ${#stanzas[@]} -eq 0 ] || read_stanzas "${stanzas[@]}" >"$work/all/machine.sources"
 [ -s "$work/all/machine.list" ] || [ -s "$work/all/machine.sources" ] ||
-  fail "apt has no package source on this machine (${list:-} and ${folder:-} hold none)"
+  fail "apt has no package source on this machine ($list and $folder hold none)"
 
 mkdir -p "$work/debian"
 only_debian_lists <"$work/all/machine.list" >"$work/debian/machine.list"
 only_debian_stanzas <"$work/all/machine.sources" >"$work/debian/machine.sources"
 
 # The last configuration that apt reads, hence the one that wins. The machine's update hooks are
-# dropped: they work on the system's lists. Without the download user, apt run by root can write here.
+# dropped: they work on the system's lists. Downloads run as the caller, who alone can write here.
 configure() { # folder of source lists
   rm -rf "$work/state" "$work/cache"
   mkdir -p "$work/state/lists/partial" "$work/cache/archives/partial"
@@ -146,8 +153,11 @@ if [ -z "$version" ]; then
 fi
 
 mkdir "$work/package"
-(cd "$work/package" && apt-get -q -y -c "$work/apt.conf" source "cjson=$version") >"$work/source.log" 2>&1 ||
-  fail "cannot fetch or unpack cjson $version ($(grep -m1 -E '^(E:|Err|dpkg-source: error)' "$work/source.log" || tail -n 1 "$work/source.log"))"
+if ! (cd "$work/package" && apt-get -q -y -c "$work/apt.conf" source "cjson=$version") \
+  >"$work/source.log" 2>&1; then
+  reason=$(grep -m1 -E '^(E:|dpkg-source: error)' "$work/source.log" || tail -n 1 "$work/source.log")
+  fail "cannot fetch or unpack cjson $version ($reason)"
+fi
 
 for unpacked in "$work"/package/*/; do
   is_copy "${unpacked%/}" && break
@@ -155,5 +165,6 @@ for unpacked in "$work"/package/*/; do
 done
 [ -n "${unpacked:-}" ] || fail "cjson $version unpacks without cJSON.c and cJSON.h"
 # Another run may have been faster; its copy is as good.
-mv -T "${unpacked%/}" "$dest" 2>/dev/null || is_copy "$dest" || fail "cannot place the source in $dest"
+mv -T "${unpacked%/}" "$dest" 2>/dev/null || is_copy "$dest" ||
+  fail "cannot place the source in $dest"
 printf 'cJSON %s: %s\n' "$version" "$dest"

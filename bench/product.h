@@ -1,0 +1,34 @@
+// SPDX-License-Identifier: MIT
+//
+// Documents to measure with: the example product, and made-up ones of any size.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+#include "pim/pim.h"
+
+namespace bench {
+
+/** The texts of one product, in the order in which they are inserted. */
+struct Product {
+	std::vector<std::string> register_lists; // hardware, software, customer
+	std::vector<std::string> handlers;
+	std::vector<std::pair<std::string, std::string>> files; // name, bytes
+	std::vector<std::string> groups;
+};
+
+/** The product in @folder, by its product.json. Ends the program when it cannot be read. */
+Product read_product(const std::string &folder);
+
+/** A product of @ips blocks, each with 4 settings of 4 configurations of 6 registers. */
+Product made_up_product(std::size_t ips);
+
+/** Every document text of the product, parsed and deleted again. */
+void parse_only(const Product &product);
+
+/** A map built from the product; ends the program when it cannot be. */
+pim *build(const Product &product);
+
+} // namespace bench
