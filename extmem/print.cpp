@@ -15,7 +15,7 @@ constexpr int kMaxNamedTag = EXTMEM_TAG_UNUSED_BEGIN;
 constexpr size_t kMaxIndents = size_t{1} << 26;
 
 struct PendingNode {
-	node_d node;
+	u16 id;
 	int depth;
 };
 
@@ -100,9 +100,8 @@ void extmem_print(extmem_builder *pBuilder, node_d node, int depth)
 	size_t lines_left = 2 * vexil::node_slots(*node.owner);
 	size_t indents_left = kMaxIndents;
 	vexil::Pending<PendingNode> pending(*pBuilder);
-	PendingNode cur{node, depth};
 	for (;;) {
-		const size_t indents = cur.depth > 0 ? static_cast<size_t>(cur.depth) : 0;
+		const size_t indents = depth > 0 ? static_cast<size_t>(depth) : 0;
 		if (lines_left == 0 || indents > indents_left) {
 			vexil::lib_fail("extmem_print", kDamagedReport);
 			return;
@@ -112,33 +111,36 @@ void extmem_print(extmem_builder *pBuilder, node_d node, int depth)
 		for (size_t i = 0; i < indents; ++i)
 			pBuilder->print("---");
 
-		const int tag = extmem_fetch_tag(cur.node);
+		const int tag = extmem_fetch_tag(node);
 		if (tag < EXTMEM_TAG_DATA_TYPE_BEGIN) {
-			pBuilder->print("[%u] tag=%s\n", unsigned{extmem_fetch_id(cur.node)},
+			pBuilder->print("[%u] tag=%s\n", unsigned{extmem_fetch_id(node)},
 					tag_name(tag));
-			const node_d child = vexil::child_of(cur.node);
-			const node_d next = vexil::next_of(cur.node);
+			const node_d child = vexil::child_of(node);
+			const node_d next = vexil::next_of(node);
 			const bool has_child = child.id != vexil::kNoNode;
 			if (next.id != vexil::kNoNode) {
 				if (!has_child) {
-					cur.node = next;
+					node = next;
 					continue;
 				}
-				if (!pending.push({next, cur.depth})) {
+				if (!pending.push({next.id, depth})) {
 					vexil::lib_fail("extmem_print", kNoMemoryReport);
 					return;
 				}
 			}
 			if (has_child) {
-				cur = {child, cur.depth + 1};
+				node = child;
+				++depth;
 				continue;
 			}
 		} else {
-			print_holder(pBuilder, cur.node, tag);
+			print_holder(pBuilder, node, tag);
 		}
 		if (pending.empty())
 			return;
-		cur = pending.pop();
+		const PendingNode following = pending.pop();
+		node.id = following.id;
+		depth = following.depth;
 	}
 }
 
