@@ -14,10 +14,31 @@ constexpr int kMaxNamedTag = EXTMEM_TAG_UNUSED_BEGIN;
 /** Indentation pieces that one dump may print: bounds what a chain of children can cost. */
 constexpr size_t kMaxIndents = size_t{1} << 26;
 
+/** A node that is still to be printed. */
 struct PendingNode {
 	u16 id;
 	int depth;
 };
+
+/** One dump, and what it may still print of an image whose links may be damaged. */
+struct Dump {
+	extmem_builder *out;
+	size_t lines_left;
+	size_t indents_left;
+};
+
+/** Indents a line; false when the dump has printed all that it may. */
+bool begin_line(Dump &dump, int depth)
+{
+	const size_t indents = depth > 0 ? static_cast<size_t>(depth) : 0;
+	if (dump.lines_left == 0 || indents > dump.indents_left)
+		return false;
+	--dump.lines_left;
+	dump.indents_left -= indents;
+	for (size_t i = 0; i < indents; ++i)
+		dump.out->print("---");
+	return true;
+}
 
 const char *tag_name(int tag)
 {
@@ -97,50 +118,38 @@ void extmem_print(extmem_builder *pBuilder, node_d node, int depth)
 	if (!pBuilder || !extmem_node_isvalid(node))
 		return;
 	// Links come from the image: the walk keeps its own stack, and counts.
-	size_t lines_left = 2 * vexil::node_slots(*node.owner);
-	size_t indents_left = kMaxIndents;
+	Dump dump{pBuilder, 2 * vexil::node_slots(*node.owner), kMaxIndents};
 	vexil::Pending<PendingNode> pending(*pBuilder);
 	for (;;) {
-		const size_t indents = depth > 0 ? static_cast<size_t>(depth) : 0;
-		if (lines_left == 0 || indents > indents_left) {
+		if (!begin_line(dump, depth)) {
 			vexil::lib_fail("extmem_print", kDamagedReport);
 			return;
 		}
-		--lines_left;
-		indents_left -= indents;
-		for (size_t i = 0; i < indents; ++i)
-			pBuilder->print("---");
-
 		const int tag = extmem_fetch_tag(node);
-		if (tag < EXTMEM_TAG_DATA_TYPE_BEGIN) {
-			pBuilder->print("[%u] tag=%s\n", unsigned{extmem_fetch_id(node)},
-					tag_name(tag));
-			const node_d child = vexil::child_of(node);
-			const node_d next = vexil::next_of(node);
-			const bool has_child = child.id != vexil::kNoNode;
-			if (next.id != vexil::kNoNode) {
-				if (!has_child) {
-					node = next;
-					continue;
-				}
-				if (!pending.push({next.id, depth})) {
-					vexil::lib_fail("extmem_print", kNoMemoryReport);
-					return;
-				}
-			}
-			if (has_child) {
-				node = child;
-				++depth;
-				continue;
-			}
-		} else {
+		if (tag < EXTMEM_TAG_DATA_TYPE_BEGIN)
+			pBuilder->print("[%u] tag=%s\n", unsigned{extmem_fetch_id(node)}, tag_name(tag));
+		else
 			print_holder(pBuilder, node, tag);
-		}
-		if (pending.empty())
+
+		const node_d child = vexil::child_of(node);
+		const node_d next = vexil::next_of(node);
+		const bool has_next = next.id != vexil::kNoNode;
+		if (child.id != vexil::kNoNode) {
+			if (has_next && !pending.push({next.id, depth})) {
+				vexil::lib_fail("extmem_print", kNoMemoryReport);
+				return;
+			}
+			node = child;
+			++depth;
+		} else if (has_next) {
+			node = next;
+		} else if (!pending.empty()) {
+			const PendingNode following = pending.pop();
+			node.id = following.id;
+			depth = following.depth;
+		} else {
 			return;
-		const PendingNode following = pending.pop();
-		node.id = following.id;
-		depth = following.depth;
+		}
 	}
 }
 

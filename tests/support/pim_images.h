@@ -19,6 +19,7 @@
 #include <cstddef>
 #include <cstring>
 #include <ostream>
+#include <stdexcept>
 #include <string>
 #include <unordered_map>
 #include <utility>
@@ -110,15 +111,16 @@ public:
 	[[nodiscard]] T at(std::size_t offset) const
 	{
 		T value{};
-		std::memcpy(&value, &bytes_.at(offset + sizeof value - 1) - (sizeof value - 1),
-			    sizeof value);
+		std::copy_n(inside(offset, sizeof value), sizeof value,
+			    reinterpret_cast<char *>(&value));
 		return value;
 	}
 	template <typename T>
-	void put(std::size_t offset, T value)
+	void put(std::size_t offset, const T &value)
 	{
-		std::memcpy(&bytes_.at(offset + sizeof value - 1) - (sizeof value - 1), &value,
-			    sizeof value);
+		const auto *from = reinterpret_cast<const char *>(&value);
+		std::copy_n(from, sizeof value,
+			    bytes_.begin() + (inside(offset, sizeof value) - bytes_.cbegin()));
 	}
 
 	[[nodiscard]] extmem_buffer_header header() const { return at<extmem_buffer_header>(0); }
@@ -140,9 +142,8 @@ public:
 	[[nodiscard]] std::size_t record_at(u16 id) const { return data_at() + record_offset(id); }
 	[[nodiscard]] std::string record(u16 id) const
 	{
-		const std::size_t begin = record_at(id);
-		return {bytes_.begin() + static_cast<std::ptrdiff_t>(begin),
-			bytes_.begin() + static_cast<std::ptrdiff_t>(begin + record_size(id))};
+		const auto begin = inside(record_at(id), record_size(id));
+		return {begin, begin + record_size(id)};
 	}
 
 	/** Number of pairs that a register list announces. */
@@ -158,6 +159,14 @@ public:
 	}
 
 private:
+	[[nodiscard]] std::vector<char>::const_iterator inside(std::size_t offset,
+							       std::size_t length) const
+	{
+		if (offset > bytes_.size() || length > bytes_.size() - offset)
+			throw std::out_of_range("bytes beyond the image");
+		return bytes_.begin() + static_cast<std::ptrdiff_t>(offset);
+	}
+
 	std::vector<char> bytes_;
 };
 
