@@ -105,6 +105,21 @@ void move_tail(ctrie_node *node, size_t pos, u8 slot, ctrie_node *tail)
 
 } // namespace
 
+namespace vexil {
+
+bool enter_name(ctrie *names, const char *name, int value)
+{
+	// The code of an earlier failure would look like this one's.
+	const ctrie_err_code before = names->err_code;
+	names->err_code = CTRIE_SUCCESS;
+	const bool entered = ctrie_insert(names, name, value);
+	if (names->err_code == CTRIE_SUCCESS)
+		names->err_code = before;
+	return entered || names->err_code != CTRIE_NOMEM;
+}
+
+} // namespace vexil
+
 extern "C" {
 
 bool ctrie_init(ctrie *pTrie)

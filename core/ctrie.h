@@ -152,4 +152,10 @@ namespace vexil {
 /** Value of a name that is not there. */
 inline constexpr int kNoValue = -__INT_MAX__ - 1;
 
+/**
+ * ctrie_insert where only memory matters: true also when the name is taken or refused, and goes
+ * without the new value. False when there was no memory for it.
+ */
+[[nodiscard]] bool enter_name(ctrie *names, const char *name, int value);
+
 } // namespace vexil

@@ -9,6 +9,16 @@ struct cJSON;
 
 namespace vexil {
 
+/** The version that this code writes into images. */
+inline constexpr vexil_version kCodeVersion{2, 2, 2};
+
+/** Documents, their parts and the code that wrote an image: 2.0 to 2.2. */
+[[nodiscard]] constexpr bool supported(const vexil_version &version)
+{
+	return version.u16MajorNumber == kCodeVersion.u16MajorNumber &&
+	       version.u16MinorNumber <= kCodeVersion.u16MinorNumber;
+}
+
 /** Size of a customer version text; the last byte is always NUL. */
 inline constexpr size_t kCusVersionBytes = 32;
 

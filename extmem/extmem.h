@@ -289,6 +289,27 @@ inline constexpr size_t kNodeBytes = sizeof(extmem_node);
 /** Ids are 0 to 65534. */
 inline constexpr size_t kMaxNodes = 0xFFFF;
 
+/**
+ * After adoption of an image of @size bytes: an image may declare more data than the caller's buffer
+ * holds; what is not there is no data.
+ */
+void clamp_data(extmem_builder *store, u32 size);
+
+/** Kinds of images, as headers name them. */
+inline constexpr u16 kPimImageKind = 1;
+inline constexpr u16 kRuleImageKind = 2;
+
+/** True for the header of an image of @kind that this code can read. */
+[[nodiscard]] bool is_image_of(const extmem_buffer_header *header, u16 kind);
+
+/** What every exported header says; versions of single documents are 0.0.0. */
+void fill_header(extmem_buffer_header *header, u16 kind, const vexil_version &total_version,
+		 const char (&cus_version)[32]);
+
+/** extmem_merge_buffer that renumbers a copy: @sub stays as it is. */
+[[nodiscard]] bool merge_stores(extmem_builder *target, extmem_builder *base,
+				const extmem_builder *sub);
+
 /** True when a merge may go into @target; otherwise the reason is recorded there. */
 [[nodiscard]] bool merge_target_usable(extmem_builder *target, const extmem_builder *base,
 				       const extmem_builder *sub);

@@ -3,6 +3,7 @@
 // Export and adoption of images.
 
 #include "core/bytes.h"
+#include "core/version.h"
 #include "extmem/internal.h"
 
 namespace {
@@ -85,6 +86,33 @@ bool adopt_image(extmem_builder *store, u8 *image, size_t size)
 	store->malloc_flag = false;
 	store->err_code = EXTMEM_SUCCESS;
 	return true;
+}
+
+void clamp_data(extmem_builder *store, u32 size)
+{
+	extmem_buffer_ctx &data = store->data_buffer;
+	const size_t there = size - (kImageOverhead + store->node_buffer.buf_max);
+	if (data.buf_max > there)
+		data.buf_max = there;
+	if (data.buf_used > data.buf_max)
+		data.buf_used = data.buf_max;
+}
+
+bool is_image_of(const extmem_buffer_header *header, u16 kind)
+{
+	return header && header->binType == kind && supported(header->codeVersion);
+}
+
+void fill_header(extmem_buffer_header *header, u16 kind, const vexil_version &total_version,
+		 const char (&cus_version)[kCusVersionBytes])
+{
+	const u16 chip = header->chipID;
+	*header = {};
+	header->total_version = total_version;
+	memcpy(header->cus_version, cus_version, sizeof header->cus_version);
+	header->codeVersion = kCodeVersion;
+	header->binType = kind;
+	header->chipID = chip;
 }
 
 } // namespace vexil

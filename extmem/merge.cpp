@@ -3,6 +3,7 @@
 // Joining two stores: the second is renumbered, then both are copied one behind the other.
 
 #include "core/bytes.h"
+#include "core/scratch.h"
 #include "extmem/children.h"
 #include "extmem/internal.h"
 
@@ -58,6 +59,22 @@ bool merge_target_usable(extmem_builder *target, const extmem_builder *base,
 		return false;
 	}
 	return true;
+}
+
+bool merge_stores(extmem_builder *target, extmem_builder *base, const extmem_builder *sub)
+{
+	extmem_builder shadow = *sub;
+	extmem_buffer_ctx &nodes = shadow.node_buffer;
+	const Scratch<u8> copy(*target, nodes.buf ? nodes.buf_used : 0);
+	if (nodes.buf && nodes.buf_used > 0) {
+		if (!copy) {
+			target->err_code = EXTMEM_NOMEM;
+			return false;
+		}
+		memcpy(copy.get(), nodes.buf, nodes.buf_used);
+		nodes.buf = copy.get();
+	}
+	return extmem_merge_buffer(target, base, &shadow);
 }
 
 } // namespace vexil

@@ -6,9 +6,9 @@
 
 #include "core/bytes.h"
 #include "core/scratch.h"
+#include "extmem/tree.h"
 #include "pim/entries.h"
 #include "pim/layout.h"
-#include "pim/tree.h"
 
 namespace vexil {
 

@@ -5,10 +5,10 @@
 #include "core/bytes.h"
 #include "core/fail.h"
 #include "core/scratch.h"
+#include "extmem/tree.h"
 #include "pim/common.h"
 #include "pim/entries.h"
 #include "pim/layout.h"
-#include "pim/tree.h"
 
 namespace {
 

@@ -2,7 +2,8 @@
 //
 // Files, and the handlers that receive them.
 
-#include "pim/tree.h"
+#include "extmem/tree.h"
+#include "pim/pim.h"
 
 extern "C" {
 
@@ -29,7 +30,7 @@ bool pim_insert_file(pim *pPim, const char *name, const char *data, u32 size)
 	// The name first: an image with a file that cannot be indexed would be refused for ever.
 	if (!ctrie_insert(&pPim->file_map, name, file.id))
 		return false;
-	vexil::append_to_root(pPim, holder);
+	vexil::append_to_root(pPim->root, &pPim->root_tail_hint, holder);
 	return true;
 }
 

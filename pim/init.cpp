@@ -27,24 +27,12 @@ bool init_empty(pim *map)
 	return false;
 }
 
-/** An image may declare more data than the caller's buffer holds; what is not there is no data. */
-void clamp_data(extmem_builder *store, u32 size)
-{
-	extmem_buffer_ctx &data = store->data_buffer;
-	const size_t held = extmem_builder_get_export_size(store) - data.buf_max;
-	const size_t there = size - held;
-	if (data.buf_max > there)
-		data.buf_max = there;
-	if (data.buf_used > data.buf_max)
-		data.buf_used = data.buf_max;
-}
-
 bool init_from_image(pim *map, char *buf, u32 size)
 {
 	if (!extmem_builder_init(&map->builder, buf, size) ||
 	    !__pim_check_bin_version(map, &map->builder.header))
 		return false;
-	clamp_data(&map->builder, size);
+	vexil::clamp_data(&map->builder, size);
 	map->root = extmem_create_node_d(&map->builder, 0);
 	if (extmem_node_isvalid(map->root))
 		return true;
@@ -90,8 +78,7 @@ bool pim_init(pim **pPim, char *buf, u32 size, const ST_PQ_REG_INFO *reg_info_ta
 
 bool __pim_check_bin_version(pim *pPim, const extmem_buffer_header *pHeader)
 {
-	if (!pPim || !pHeader || pHeader->binType != vexil::kPimImageKind ||
-	    !vexil::supported(pHeader->codeVersion))
+	if (!pPim || !vexil::is_image_of(pHeader, vexil::kPimImageKind))
 		return false;
 	pPim->total_version = pHeader->total_version;
 	pPim->hwreg_json_version = pHeader->hw_json_version;

@@ -4,10 +4,10 @@
 
 #include "core/fail.h"
 #include "core/scratch.h"
+#include "extmem/tree.h"
 #include "pim/common.h"
 #include "pim/entries.h"
 #include "pim/layout.h"
-#include "pim/tree.h"
 
 namespace {
 
@@ -76,20 +76,6 @@ Setting read_setting(const cJSON *json)
 	return setting;
 }
 
-/**
- * Enters a name for a new node. A name that is taken or that the trie refuses stays as it is, and
- * the node goes without: false only when there was no memory for it.
- */
-bool enter_name(ctrie *names, const char *name, node_d node)
-{
-	const ctrie_err_code before = names->err_code;
-	names->err_code = CTRIE_SUCCESS;
-	const bool entered = ctrie_insert(names, name, node.id);
-	if (entered)
-		names->err_code = before;
-	return entered || names->err_code != CTRIE_NOMEM;
-}
-
 /** "setting#member" in the walk's buffer, or null (logged) when it cannot be made. */
 const char *join_label(const Walk &walk, const char *setting, const char *member)
 {
@@ -135,7 +121,7 @@ bool store_common(const Walk &walk, const Setting &setting, node_d node, node_d 
 	if (!extmem_node_isvalid(holder))
 		return false;
 	const node_d config = __pim_get_common_reg_config(map, label, common);
-	return extmem_node_isvalid(config) && enter_name(&map->ipname_map, label, config) &&
+	return extmem_node_isvalid(config) && vexil::enter_name(&map->ipname_map, label, config.id) &&
 	       append_config(node, last, holder, config);
 }
 
@@ -153,7 +139,7 @@ bool store_member(const Walk &walk, const Setting &setting, const cJSON *member,
 	const node_d config = __pim_get_ipconfig(map, const_cast<cJSON *>(member), label, common,
 						 preset_table, setting.common, is_preset);
 	ctrie *labels = is_preset ? &map->preset_map : &map->ipname_map;
-	return extmem_node_isvalid(config) && enter_name(labels, label, config) &&
+	return extmem_node_isvalid(config) && vexil::enter_name(labels, label, config.id) &&
 	       append_config(node, last, holder, config);
 }
 
@@ -233,9 +219,9 @@ node_d make_ip(pim *map, const char *name, vexil_version version)
 	const node_d version_node = vexil::add_next(property, EXTMEM_TAG_VERSION);
 	const node_d value = vexil::add_record(version_node, EXTMEM_TAG_VERSION_HOLDER, &version,
 					       sizeof version);
-	if (!extmem_node_isvalid(value) || !enter_name(&map->ip_map, name, ip))
+	if (!extmem_node_isvalid(value) || !vexil::enter_name(&map->ip_map, name, ip.id))
 		return kInvalidNode;
-	vexil::append_to_root(map, holder);
+	vexil::append_to_root(map->root, &map->root_tail_hint, holder);
 	return ip;
 }
 

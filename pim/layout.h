@@ -23,17 +23,6 @@
 
 namespace vexil {
 
-inline constexpr u16 kPimImageKind = 1;
-inline constexpr u16 kCodeMajor = 2;
-inline constexpr u16 kCodeMinor = 2;
-inline constexpr u32 kCodeRevision = 2;
-
-/** Images, documents and IPs: 2.0 to 2.2. */
-[[nodiscard]] constexpr bool supported(const vexil_version &version)
-{
-	return version.u16MajorNumber == kCodeMajor && version.u16MinorNumber <= kCodeMinor;
-}
-
 inline constexpr size_t kRegListHeader = sizeof(reg_func);
 
 /** Bytes of a register list of @pairs. */

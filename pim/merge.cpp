@@ -2,7 +2,6 @@
 //
 // Export, and a sub map over a base map.
 
-#include "core/scratch.h"
 #include "pim/layout.h"
 
 namespace {
@@ -12,18 +11,6 @@ using vexil::kInvalidNode;
 using vexil::next_of;
 using vexil::WalkBudget;
 
-void fill_header(const pim *map, extmem_buffer_header *header)
-{
-	header->total_version = map->total_version;
-	header->rl_json_version = {};
-	header->hw_json_version = map->hwreg_json_version;
-	header->sw_json_version = map->swreg_json_version;
-	header->cus_sw_json_version = map->cus_swreg_json_version;
-	memcpy(header->cus_version, map->cus_version, sizeof header->cus_version);
-	header->codeVersion = {vexil::kCodeMajor, vexil::kCodeMinor, vexil::kCodeRevision};
-	header->binType = vexil::kPimImageKind;
-}
-
 void inherit(pim *map, const pim *base)
 {
 	map->total_version = base->total_version;
@@ -32,23 +19,6 @@ void inherit(pim *map, const pim *base)
 	map->cus_swreg_json_version = base->cus_swreg_json_version;
 	memcpy(map->cus_version, base->cus_version, sizeof map->cus_version);
 	map->alg_fn = base->alg_fn;
-}
-
-/** Joins the stores. The sub's nodes are renumbered on a copy: the sub stays as it is. */
-bool join_stores(pim *map, pim *base, pim *sub)
-{
-	extmem_builder shadow = sub->builder;
-	const size_t used = shadow.node_buffer.buf_used;
-	const vexil::Scratch<u8> nodes(map->builder, used);
-	if (shadow.node_buffer.buf && used > 0) {
-		if (!nodes) {
-			map->builder.err_code = EXTMEM_NOMEM;
-			return false;
-		}
-		memcpy(nodes.get(), shadow.node_buffer.buf, used);
-		shadow.node_buffer.buf = nodes.get();
-	}
-	return extmem_merge_buffer(&map->builder, &base->builder, &shadow);
 }
 
 /** The base's node of the same kind and name; invalid when there is none. */
@@ -108,7 +78,11 @@ size_t pim_export(pim *pPim, char *buf)
 {
 	if (!pPim)
 		return 0;
-	fill_header(pPim, &pPim->builder.header);
+	extmem_buffer_header &header = pPim->builder.header;
+	vexil::fill_header(&header, vexil::kPimImageKind, pPim->total_version, pPim->cus_version);
+	header.hw_json_version = pPim->hwreg_json_version;
+	header.sw_json_version = pPim->swreg_json_version;
+	header.cus_sw_json_version = pPim->cus_swreg_json_version;
 	return extmem_builder_export(&pPim->builder, buf);
 }
 
@@ -119,7 +93,7 @@ bool pim_merge(pim *pPim, pim *pPim_base, pim *pPim_sub)
 		return false;
 	pPim->max_node_index = extmem_request_max_node_id(&pPim_base->builder);
 	inherit(pPim, pPim_base);
-	if (!join_stores(pPim, pPim_base, pPim_sub))
+	if (!vexil::merge_stores(&pPim->builder, &pPim_base->builder, &pPim_sub->builder))
 		return false;
 	const auto sub_root = static_cast<u16>(pPim->max_node_index + 1);
 	return overlay(pPim, pPim_base, extmem_create_node_d(&pPim->builder, sub_root)) &&

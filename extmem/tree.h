@@ -5,7 +5,7 @@
 // Nothing can be reached before the group's holder is linked, so there is nothing to undo.
 #pragma once
 
-#include "pim/pim.h"
+#include "extmem/extmem.h"
 
 namespace vexil {
 
@@ -27,7 +27,10 @@ namespace vexil {
 /** A property with @name as the next sibling of @to; invalid also when the name failed. */
 [[nodiscard]] node_d add_property(node_d to, const char *name);
 
-/** Appends a holder to the root's list without walking it from its head. */
-void append_to_root(pim *map, node_d holder);
+/**
+ * Appends a holder to a root's list without walking it from its head.
+ * @tail_hint: the owner's note of a child near or at the end of that list; 0 when there is none
+ */
+void append_to_root(node_d root, u16 *tail_hint, node_d holder);
 
 } // namespace vexil

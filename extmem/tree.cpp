@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 
-#include "pim/tree.h"
+#include "extmem/tree.h"
 
 #include "extmem/children.h"
 
@@ -59,13 +59,13 @@ node_d add_property(node_d to, const char *name)
 	return extmem_node_isvalid(add_text(property, name)) ? property : kInvalidNode;
 }
 
-void append_to_root(pim *map, node_d holder)
+void append_to_root(node_d root, u16 *tail_hint, node_d holder)
 {
-	const node_d first = child_of(map->root);
-	const node_d hint = extmem_create_node_d(&map->builder, map->root_tail_hint);
-	const bool hinted = map->root_tail_hint != 0 && extmem_node_isvalid(first);
+	const node_d first = child_of(root);
+	const node_d hint = extmem_create_node_d(root.owner, *tail_hint);
+	const bool hinted = *tail_hint != 0 && extmem_node_isvalid(first);
 	const node_d tail = extmem_find_tail(hinted ? hint : first);
-	map->root_tail_hint = extmem_append_child_cond(map->root, tail, holder).id;
+	*tail_hint = extmem_append_child_cond(root, tail, holder).id;
 }
 
 } // namespace vexil
