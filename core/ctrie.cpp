@@ -107,6 +107,23 @@ void move_tail(ctrie_node *node, size_t pos, u8 slot, ctrie_node *tail)
 
 namespace vexil {
 
+void TrieCursor::feed(char c)
+{
+	if (!node_)
+		return;
+	const KeyChar key = kKeyChars[c];
+	if (at_ < node_->end) {
+		if (key.lower != static_cast<u8>(text_[at_]))
+			node_ = nullptr;
+		++at_;
+		return;
+	}
+	// Slot 0 of every node is empty, so a foreign character ends here.
+	node_ = node_->child[key.slot];
+	if (node_)
+		at_ = node_->begin + 1; // the slot has compared the first character
+}
+
 bool enter_name(ctrie *names, const char *name, int value)
 {
 	// The code of an earlier failure would look like this one's.
@@ -263,24 +280,12 @@ bool __ctrie_split_node(ctrie_node *node, u32 pos)
 
 int ctrie_find(const ctrie *pTrie, const char *str)
 {
-	if (!pTrie || !str || !pTrie->buf || !pTrie->root)
+	if (!pTrie || !str)
 		return kNoValue;
-	const char *text = pTrie->buf;
-	const ctrie_node *node = pTrie->root;
-	const char *key = str;
-	for (;;) {
-		const char *const label_end = text + node->end;
-		for (const char *label = text + node->begin; label < label_end; ++label, ++key) {
-			if (kKeyChars[*key].lower != static_cast<u8>(*label))
-				return kNoValue; // an ended key differs too: labels hold no NUL
-		}
-		if (*key == '\0')
-			return node->value;
-		// Slot 0 of every node is empty, so a foreign character ends here as well.
-		node = node->child[kKeyChars[*key].slot];
-		if (!node)
-			return kNoValue;
-	}
+	vexil::TrieCursor cursor(*pTrie);
+	for (const char *key = str; *key != '\0'; ++key)
+		cursor.feed(*key);
+	return cursor.value();
 }
 
 void ctrie_destroy(ctrie *pTrie)

@@ -153,6 +153,29 @@ namespace vexil {
 inline constexpr int kNoValue = -__INT_MAX__ - 1;
 
 /**
+ * A lookup fed one character at a time, for names that stand inside a longer text. Reads the trie
+ * only, and allocates nothing.
+ */
+class TrieCursor {
+public:
+	explicit TrieCursor(const ctrie &names)
+	    : text_(names.buf), node_(names.buf ? names.root : nullptr), at_(0)
+	{
+	}
+	void feed(char c);
+	/** The value of the name fed so far, kNoValue when it is unknown. */
+	[[nodiscard]] int value() const
+	{
+		return node_ && at_ == node_->end ? node_->value : kNoValue;
+	}
+
+private:
+	const char *text_;
+	const ctrie_node *node_; // null once no name begins like this
+	size_t at_;              // in the text, the next character of the node's label
+};
+
+/**
  * ctrie_insert where only memory matters: true also when the name is taken or refused, and goes
  * without the new value. False when there was no memory for it.
  */

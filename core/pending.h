@@ -9,10 +9,10 @@
 namespace vexil {
 
 /**
- * Last in, first out. The first 16 items stand in the object, more on the heap of @owner's hooks.
+ * Last in, first out. The first N items stand in the object, more on the heap of @owner's hooks.
  * push() is false when that memory could not be had; nothing is lost then.
  */
-template <typename T>
+template <typename T, size_t N = 16>
 class Pending {
 public:
 	template <typename Owner>
@@ -36,17 +36,26 @@ public:
 		return true;
 	}
 	[[nodiscard]] bool empty() const { return count_ == 0; }
+	T &top() { return items()[count_ - 1]; }
 	T pop() { return items()[--count_]; }
 
-private:
-	static constexpr size_t kInPlace = 16;
+	/** True when @is holds for an item. */
+	template <typename Is>
+	[[nodiscard]] bool contains(Is is)
+	{
+		for (size_t i = 0; i < count_; ++i) {
+			if (is(items()[i]))
+				return true;
+		}
+		return false;
+	}
 
+private:
 	T *items() { return heap_ ? heap_ : in_place_; }
 	bool grow()
 	{
 		const size_t capacity = capacity_ * 2;
-		auto *grown = static_cast<T *>(
-			reallocate_(heap_, count_ * sizeof(T), capacity * sizeof(T)));
+		auto *grown = static_cast<T *>(reallocate_(heap_, count_ * sizeof(T), capacity * sizeof(T)));
 		if (!grown)
 			return false;
 		if (!heap_)
@@ -60,8 +69,8 @@ private:
 	ReallocateFn reallocate_;
 	T *heap_ = nullptr;
 	size_t count_ = 0;
-	size_t capacity_ = kInPlace;
-	T in_place_[kInPlace];
+	size_t capacity_ = N;
+	T in_place_[N];
 };
 
 } // namespace vexil

@@ -147,4 +147,10 @@ private:
 	return budget.spend_bytes(payload(holder).size()) ? text_of(holder) : nullptr;
 }
 
+/**
+ * The version behind the property of the first node of @tag below the root that is named exactly
+ * @name. False when there is none, or when its record cannot be read.
+ */
+[[nodiscard]] bool find_version(node_d root, int tag, const char *name, vexil_version *version);
+
 } // namespace vexil

@@ -6,10 +6,6 @@
 
 namespace {
 
-using vexil::Bytes;
-using vexil::child_of;
-using vexil::next_of;
-
 bool copy_version(const pim *map, vexil_version pim::*version, vexil_version *to)
 {
 	if (!map || !to)
@@ -54,22 +50,7 @@ bool pim_get_pim_version(pim *pPim, vexil_version *ver_in, const char *ipName)
 {
 	if (!pPim || !ver_in || !ipName)
 		return false;
-	vexil::WalkBudget budget(pPim->builder);
-	for (const node_d holder : vexil::Children(pPim->root, budget)) {
-		const node_d ip = child_of(holder);
-		if (extmem_fetch_tag(ip) != EXTMEM_TAG_IP)
-			continue;
-		const node_d property = next_of(ip);
-		const char *name = vexil::text_of(child_of(property));
-		if (!name || strcmp(name, ipName) != 0)
-			continue;
-		const Bytes version = vexil::payload(child_of(next_of(property)));
-		if (version.size() < sizeof *ver_in)
-			return false;
-		*ver_in = vexil::load<vexil_version>(version.data());
-		return true;
-	}
-	return false;
+	return vexil::find_version(pPim->root, EXTMEM_TAG_IP, ipName, ver_in);
 }
 
 void pim_print(pim *pPim)
