@@ -55,6 +55,13 @@ constexpr KeyChars make_key_chars()
 
 constexpr KeyChars kKeyChars = make_key_chars();
 
+/** Child slot of a character of the text buffer, where all letters are lower-case already. */
+constexpr u8 slot_of(char c)
+{
+	const auto code = static_cast<u8>(c);
+	return code < kCharCodes ? ctrie_char_remap[code] : u8{CT_CH_NV};
+}
+
 ctrie_node *new_node(ctrie *owner, size_t begin, size_t end, int value)
 {
 	auto *node = static_cast<ctrie_node *>(owner->allocate(sizeof(ctrie_node)));
@@ -130,9 +137,10 @@ bool enter_name(ctrie *names, const char *name, int value)
 	const ctrie_err_code before = names->err_code;
 	names->err_code = CTRIE_SUCCESS;
 	const bool entered = ctrie_insert(names, name, value);
+	const bool no_memory = names->err_code == CTRIE_NOMEM;
 	if (names->err_code == CTRIE_SUCCESS)
 		names->err_code = before;
-	return entered || names->err_code != CTRIE_NOMEM;
+	return entered || !no_memory;
 }
 
 } // namespace vexil
@@ -231,7 +239,7 @@ bool __ctrie_insert_string(ctrie_node *node, u32 begin, u32 end, int value)
 			return true;
 		}
 
-		const u8 slot = kKeyChars[text[i]].slot;
+		const u8 slot = slot_of(text[i]);
 		if (slot == CT_CH_NV) {
 			lib_fail("__ctrie_insert_string",
 				 label_left ? kBadCharAtSplitReport : kBadCharBelowReport);
@@ -266,7 +274,7 @@ bool __ctrie_split_node(ctrie_node *node, u32 pos)
 		trie->err_code = CTRIE_OUT_OF_RANGE;
 		return false;
 	}
-	const u8 slot = kKeyChars[trie->buf[pos]].slot;
+	const u8 slot = slot_of(trie->buf[pos]);
 	if (slot == CT_CH_NV) {
 		lib_fail("__ctrie_split_node", kBadCharReport);
 		return false;

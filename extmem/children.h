@@ -54,6 +54,8 @@ public:
 
 	[[nodiscard]] bool spend() { return take(&nodes_, 1); }
 	[[nodiscard]] bool spend_bytes(size_t bytes) { return take(&bytes_, bytes); }
+	/** Ends every walk over the store: a chain was found that does not end. */
+	void exhaust() { spent_ = true; }
 	/** True once more was asked for than there was; every walk over the store has ended then. */
 	[[nodiscard]] bool spent() const { return spent_; }
 
@@ -81,9 +83,9 @@ private:
 }
 
 /**
- * The children of a node, for range-for. Stops at an id outside the store and when the budget is
- * spent, so a cycle in a damaged image costs time, never a hang. A node's next is read after the
- * loop's body: relink only nodes that are behind.
+ * The children of a node, for range-for. Stops at an id outside the store, when the budget is spent,
+ * and after as many steps as the store has nodes, so a cycle in a damaged image costs time, never a
+ * hang. A node's next is read after the loop's body: relink only nodes that are behind.
  */
 class Children {
 public:
@@ -91,7 +93,11 @@ public:
 
 	class iterator {
 	public:
-		iterator(node_d node, WalkBudget *budget) : node_(node), budget_(budget) { check(); }
+		iterator(node_d node, WalkBudget *budget)
+		    : node_(node), steps_left_(node.owner ? node_slots(*node.owner) : 0), budget_(budget)
+		{
+			check();
+		}
 		node_d operator*() const { return node_; }
 		iterator &operator++()
 		{
@@ -104,11 +110,18 @@ public:
 	private:
 		void check()
 		{
-			if (node_.id != kNoNode && !budget_->spend())
+			if (node_.id == kNoNode)
+				return;
+			if (steps_left_ == 0)
+				budget_->exhaust();
+			else
+				--steps_left_;
+			if (!budget_->spend())
 				node_ = kInvalidNode;
 		}
 
 		node_d node_;
+		size_t steps_left_;
 		WalkBudget *budget_;
 	};
 

@@ -13,6 +13,8 @@ namespace {
 constexpr int kMaxNamedTag = EXTMEM_TAG_UNUSED_BEGIN;
 /** Indentation pieces that one dump may print: bounds what a chain of children can cost. */
 constexpr size_t kMaxIndents = size_t{1} << 26;
+/** How often the data may be printed over: a few nodes share a text, a damaged image any of them. */
+constexpr size_t kBytesPerByte = 64;
 
 /** A node that is still to be printed. */
 struct PendingNode {
@@ -25,6 +27,7 @@ struct Dump {
 	extmem_builder *out;
 	size_t lines_left;
 	size_t indents_left;
+	size_t bytes_left; // of records
 };
 
 /** Indents a line; false when the dump has printed all that it may. */
@@ -61,9 +64,17 @@ void print_values(extmem_builder *out, const char *format, vexil::Bytes record)
 	out->print("]\n");
 }
 
-void print_holder(extmem_builder *out, node_d node, int tag)
+/** False, with nothing printed, when a damaged image has had enough of its records printed. */
+bool afford(Dump &dump, size_t bytes)
 {
-	const vexil::Bytes record = vexil::payload(node);
+	if (bytes > dump.bytes_left)
+		return false;
+	dump.bytes_left -= bytes;
+	return true;
+}
+
+void print_holder(extmem_builder *out, node_d node, vexil::Bytes record, int tag)
+{
 	switch (tag) {
 	case EXTMEM_TAG_DATA_TYPE_BEGIN:
 		return;
@@ -118,10 +129,12 @@ void extmem_print(extmem_builder *pBuilder, node_d node, int depth)
 	if (!pBuilder || !extmem_node_isvalid(node))
 		return;
 	// Links come from the image: the walk keeps its own stack, and counts.
-	Dump dump{pBuilder, 2 * vexil::node_slots(*node.owner), kMaxIndents};
+	Dump dump{pBuilder, 2 * vexil::node_slots(*node.owner), kMaxIndents,
+		  kBytesPerByte * node.owner->data_buffer.buf_used};
 	vexil::Pending<PendingNode> pending(*pBuilder);
 	for (;;) {
-		if (!begin_line(dump, depth)) {
+		const vexil::Bytes record = vexil::payload(node);
+		if (!afford(dump, record.size()) || !begin_line(dump, depth)) {
 			vexil::lib_fail("extmem_print", kDamagedReport);
 			return;
 		}
@@ -129,7 +142,7 @@ void extmem_print(extmem_builder *pBuilder, node_d node, int depth)
 		if (tag < EXTMEM_TAG_DATA_TYPE_BEGIN)
 			pBuilder->print("[%u] tag=%s\n", unsigned{extmem_fetch_id(node)}, tag_name(tag));
 		else
-			print_holder(pBuilder, node, tag);
+			print_holder(pBuilder, node, record, tag);
 
 		const node_d child = vexil::child_of(node);
 		const node_d next = vexil::next_of(node);

@@ -36,7 +36,7 @@ public:
 			return {};
 		const auto size = load<u32>(at(id) + kSizeAt);
 		const auto offset = load<u32>(at(id) + kOffsetAt);
-		return fits(offset, size, used_) ? Bytes{data_ + offset, size} : Bytes{};
+		return size != 0 && fits(offset, size, used_) ? Bytes{data_ + offset, size} : Bytes{};
 	}
 
 private:

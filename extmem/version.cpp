@@ -17,7 +17,10 @@ bool find_version(node_d root, int tag, const char *name, vexil_version *version
 		if (extmem_fetch_tag(node) != tag)
 			continue;
 		const node_d property = next_of(node);
-		const char *found = text_of(child_of(property));
+		const node_d name_holder = child_of(property);
+		if (!budget.spend_bytes(payload(name_holder).size()))
+			return false;
+		const char *found = text_of(name_holder);
 		if (!found || strcmp(found, name) != 0)
 			continue;
 		const Bytes record = payload(child_of(next_of(property)));

@@ -53,6 +53,9 @@ inline constexpr size_t kRegListHeader = sizeof(reg_func);
 /** Indexes every IP and file below the root. False when one could not be. */
 [[nodiscard]] bool scan_root(pim *map);
 
+/** The blocks of @config, in order, within a walk over more of the tree. */
+u32 load_node(pim *map, node_d config, u32 budget, vexil_callback fn, void *context, WalkBudget &walk);
+
 /** The node of an id that a caller gave; reports and is invalid when it is not in the map. */
 [[nodiscard]] node_d checked_node(pim *map, u16 node_id, const char *function);
 

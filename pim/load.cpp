@@ -162,6 +162,16 @@ node_d checked_node(pim *map, u16 node_id, const char *function)
 	return kInvalidNode;
 }
 
+u32 load_node(pim *map, node_d config, u32 budget, vexil_callback fn, void *context, WalkBudget &walk)
+{
+	Delivery to{map, fn, context, budget};
+	for (const node_d holder : Children(config, walk)) {
+		if (!deliver(to, child_of(holder)))
+			break;
+	}
+	return to.budget;
+}
+
 } // namespace vexil
 
 extern "C" {
@@ -170,13 +180,8 @@ u32 __pim_load_node(pim *pPim, node_d config, u32 mLoadSizeRemain, vexil_callbac
 {
 	if (!pPim || !fn || !extmem_node_isvalid(config))
 		return mLoadSizeRemain;
-	Delivery to{pPim, fn, pCtx, mLoadSizeRemain};
 	vexil::WalkBudget walk(*config.owner);
-	for (const node_d holder : vexil::Children(config, walk)) {
-		if (!deliver(to, child_of(holder)))
-			break;
-	}
-	return to.budget;
+	return vexil::load_node(pPim, config, mLoadSizeRemain, fn, pCtx, walk);
 }
 
 void pim_load_setting(pim *pPim, u16 node_id, bool bCheckCommon, vexil_callback fn, void *pCtx)

@@ -63,7 +63,7 @@ void pim_load_common_reg_setting(pim *pPim, vexil_callback fn, void *pCtx)
 			for (const node_d holder : Children(setting, budget)) {
 				const node_d config = child_of(holder);
 				if (extmem_fetch_tag(config) == EXTMEM_TAG_IP_COMMON_REG_CONFIG)
-					__pim_load_node(pPim, config, VEXIL_LOAD_UNLIMITED, fn, pCtx);
+					vexil::load_node(pPim, config, VEXIL_LOAD_UNLIMITED, fn, pCtx, budget);
 			}
 		}
 	}

@@ -7,14 +7,14 @@
 namespace {
 
 using vexil::Bytes;
-using vexil::kRegListHeader;
+using vexil::Span;
 
 constexpr u32 kAddressMask = 0x07FFFFFF;
 constexpr u32 kDomainShift = 27; // an address-form word is domain, address
 constexpr u32 kFieldBits = 16;   // width of a hardware register
 constexpr u32 kFieldMask = 0xFFFF;
 
-/** Lists of more pairs find equal registers through an index, so that cost stays linear. */
+/** Lists of more pairs are sorted to find equal registers, so that cost stays linear. */
 constexpr u32 kPlainSearchPairs = 512;
 
 constexpr int kLevelTags[vexil::kPqLevels] = {
@@ -53,7 +53,8 @@ func_pair address_form(const ST_PQ_REG_INFO &reg, u32 value)
 	const u64 write_mask = inside ? ((u64{1} << width) - 1) << lsb : 0;
 	const u64 value_mask = (u64{1} << (width % 32)) - 1;
 	const u64 placed = lsb < kFieldBits ? (value & value_mask) << lsb : 0;
-	const u64 domain = u64{static_cast<u32>(reg.e_pq_time_domain)} << kDomainShift;
+	// Read as a number: the table is the caller's, and may hold what is no domain.
+	const u64 domain = u64{vexil::load<u32>(&reg.e_pq_time_domain)} << kDomainShift;
 	return {.fn_idx = static_cast<u32>(domain) | (reg.u32Addr & kAddressMask),
 		.fn_para = static_cast<u32>(placed & kFieldMask) |
 			   static_cast<u32>(write_mask) << kFieldBits};
@@ -78,59 +79,82 @@ void translate_pairs(const pim *map, Bytes list)
 	}
 }
 
-/** Where the first pair of a register word stands in the filled front of a list. */
-class FilledIndex {
+constexpr size_t kByteValues = 256;
+
+/** Stable, by one byte of each pair's word: @from in the order of that byte into @to. */
+void sort_by_byte(Bytes list, u32 shift, Span<const u32> from, u32 *to, u32 *starts)
+{
+	memset(starts, 0, kByteValues * sizeof *starts);
+	const auto byte_of = [&](u32 i) { return (pair_at(list, i).fn_idx >> shift) & 0xFF; };
+	for (const u32 i : from)
+		++starts[byte_of(i)];
+	u32 sum = 0;
+	for (u32 value = 0; value < kByteValues; ++value) {
+		const u32 count = starts[value];
+		starts[value] = sum;
+		sum += count;
+	}
+	for (const u32 i : from)
+		to[starts[byte_of(i)]++] = i;
+}
+
+/**
+ * For each pair of a long list, the first one of the same register. Sorted rather than hashed: an
+ * image chooses the words, and could choose those that collide.
+ */
+class FirstOf {
 public:
-	FilledIndex(const extmem_builder &store, Bytes list)
-	    : list_(list), slots_(store, slot_count(vexil::pair_count(list))),
-	      mask_(slot_count(vexil::pair_count(list)) - 1)
+	FirstOf(const extmem_builder &store, Bytes list, u32 pairs)
+	    : list_(list),
+	      block_(store, pairs > kPlainSearchPairs ? kByteValues + 2 * size_t{pairs} : 0),
+	      order_(block_.get() + kByteValues), first_(order_ + pairs)
 	{
+		if (!block_)
+			return;
+		u32 *sorted = order_;
+		u32 *spare = first_;
+		for (u32 i = 0; i < pairs; ++i)
+			sorted[i] = i;
+		for (u32 shift = 0; shift < 32; shift += 8) {
+			sort_by_byte(list, shift, {sorted, pairs}, spare, block_.get());
+			u32 *const swap = sorted;
+			sorted = spare;
+			spare = swap;
+		}
+		// Four passes: the order is back in order_, and first_ is free.
+		u32 first = order_[0];
+		for (u32 i = 0; i < pairs; ++i) {
+			const u32 pair = order_[i];
+			if (pair_at(list, pair).fn_idx != pair_at(list, first).fn_idx)
+				first = pair;
+			first_[pair] = first;
+		}
 	}
 
-	/** Position of @word in [0, filled), or @filled. */
-	u32 find(u32 word, u32 filled) const
+	/** Where pair @j's register stands among the first @filled, or @filled. */
+	u32 find(u32 j, u32 filled) const
 	{
-		if (!slots_) { // a short list, or no memory: the plain way, with the same result
-			u32 at = 0;
-			while (at < filled && pair_at(list_, at).fn_idx != word)
-				++at;
-			return at;
-		}
-		const u32 held = slots_[probe(word)];
-		return held ? held - 1 : filled;
+		if (block_)
+			return first_[j] == j ? filled : order_[first_[j]];
+		// A short list, or no memory: the plain way, with the same result.
+		const u32 word = pair_at(list_, j).fn_idx;
+		u32 at = 0;
+		while (at < filled && pair_at(list_, at).fn_idx != word)
+			++at;
+		return at;
 	}
-	void added(u32 word, u32 position)
+	/** Pair @j, the first of its register, stands at @position now. */
+	void placed(u32 j, u32 position)
 	{
-		if (slots_)
-			slots_[probe(word)] = position + 1;
+		if (block_)
+			order_[j] = position;
 	}
 
 private:
-	/** A power of two, at most half filled; 0 for lists that need no index. */
-	static size_t slot_count(u32 pairs)
-	{
-		if (pairs <= kPlainSearchPairs)
-			return 0;
-		size_t slots = 2 * kPlainSearchPairs;
-		while (slots < 2 * size_t{pairs})
-			slots *= 2;
-		return slots;
-	}
-	/** The slot of @word, or the free one where it belongs. */
-	size_t probe(u32 word) const
-	{
-		constexpr u32 kSpread = 0x9E3779B1u; // odd, bits well mixed
-		size_t slot = word * kSpread;
-		for (slot ^= slot >> 15;; ++slot) {
-			const u32 held = slots_[slot & mask_];
-			if (held == 0 || pair_at(list_, held - 1).fn_idx == word)
-				return slot & mask_;
-		}
-	}
-
 	Bytes list_;
-	vexil::Scratch<u32> slots_; // position + 1, 0 free
-	size_t mask_;
+	vexil::Scratch<u32> block_; // counts for sorting, then the two below; null for short lists
+	u32 *order_;                // once sorted: by first pair, where it was placed
+	u32 *first_;
 };
 
 /**
@@ -141,13 +165,13 @@ private:
 void join_pairs(const extmem_builder &store, Bytes list)
 {
 	const u32 pairs = vexil::pair_count(list);
-	FilledIndex index(store, list);
+	FirstOf first_of(store, list, pairs);
 	u32 filled = 0;
 	u32 kept = 0;
 	for (u32 j = 0; j < pairs; ++j) {
 		const func_pair pair = pair_at(list, j);
 		const bool hole_before = filled < j;
-		const u32 same = pair.fn_idx != 0 ? index.find(pair.fn_idx, filled) : filled;
+		const u32 same = pair.fn_idx != 0 ? first_of.find(j, filled) : filled;
 		const bool joins = pair.fn_idx != 0 ? same < filled : hole_before;
 		if (joins) {
 			func_pair first = pair_at(list, same);
@@ -163,7 +187,7 @@ void join_pairs(const extmem_builder &store, Bytes list)
 			set_pair(list, filled, pair);
 			set_pair(list, j, {});
 		}
-		index.added(pair.fn_idx, filled);
+		first_of.placed(j, filled);
 		++filled;
 	}
 	vexil::store(list.data(), kept);

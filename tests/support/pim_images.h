@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// Map images written by hand, node by node and byte by byte, without the library's own writer: sound
-// ones by shape, damaged ones by any link, tag, size or offset that is to be wrong.
+// Map images written by hand, node by node and byte by byte, without the library's own writer:
+// sound ones by shape, damaged ones by any link, tag, size or offset that is to be wrong.
 //
 //	PimImage plan;
 //	const u16 ip = plan.ip("scaler");
@@ -47,7 +47,8 @@ inline bool operator==(const vexil_version &a, const vexil_version &b)
 
 inline void PrintTo(const vexil_version &version, std::ostream *to)
 {
-	*to << version.u16MajorNumber << "." << version.u16MinorNumber << "." << version.u32Revision;
+	*to << version.u16MajorNumber << "." << version.u16MinorNumber << "."
+	    << version.u32Revision;
 }
 
 namespace vexil_test {
@@ -127,7 +128,10 @@ public:
 	[[nodiscard]] u32 nodes_used() const { return at<u32>(88); }
 	[[nodiscard]] u32 node_capacity() const { return at<u32>(92); }
 	[[nodiscard]] u32 data_used() const { return at<u32>(kImageNodesAt + node_capacity()); }
-	[[nodiscard]] u32 data_capacity() const { return at<u32>(kImageNodesAt + node_capacity() + 4); }
+	[[nodiscard]] u32 data_capacity() const
+	{
+		return at<u32>(kImageNodesAt + node_capacity() + 4);
+	}
 	[[nodiscard]] std::size_t data_at() const { return kImageFixedBytes + node_capacity(); }
 
 	[[nodiscard]] static std::size_t node_at(u16 id)
@@ -309,7 +313,7 @@ public:
 		hold(setting, node);
 		return node;
 	}
-	/** A preset configuration; @table_item is a string item, which members of a setting share. */
+	/** A preset configuration; members of a setting share the string item @table_item. */
 	u16 preset(u16 setting, const std::string &label, u16 table_item)
 	{
 		const u16 node = config(setting, label, EXTMEM_TAG_IP_PRESET_REG_CONFIG);
@@ -348,8 +352,8 @@ public:
 		const std::size_t node_room = node_capacity ? node_capacity : capacity_for(used);
 		const std::size_t data_room =
 			data_capacity ? data_capacity : capacity_for(data_.size());
-		ImageBytes image(
-			std::vector<char>(kImageFixedBytes + node_room + std::max(data_room, data_.size())));
+		ImageBytes image(std::vector<char>(kImageFixedBytes + node_room +
+						   std::max(data_room, data_.size())));
 		extmem_buffer_header head = header;
 		head.binSize = image.size();
 		image.put(0, head);
@@ -402,8 +406,8 @@ private:
 /** pim_init over an image, with a register table unless @table is empty. */
 inline bool adopt(Map &map, ImageBytes &image, const RegisterTable &table = {})
 {
-	return pim_init(map.out(), image.data(), image.size(), table.empty() ? nullptr : table.data(),
-			table.size());
+	return pim_init(map.out(), image.data(), image.size(),
+			table.empty() ? nullptr : table.data(), table.size());
 }
 
 } // namespace vexil_test

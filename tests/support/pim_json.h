@@ -126,7 +126,10 @@ inline bool holds_registers(int tag)
 	       tag == 55 || tag == 57;
 }
 
-/** "{1=7 2=8}"; says so when the record is not exactly as long as its count asks for. */
+/**
+ * "{1=7 2=8}", "{1=7 2=8} +3" with three empty pairs behind those that are counted; says so when the
+ * record's length does not go with its count.
+ */
 inline std::string registers_text(const char *data, size_t length)
 {
 	if (length < 8)
@@ -134,14 +137,37 @@ inline std::string registers_text(const char *data, size_t length)
 	const size_t count = u32_at(data, 0);
 	if (u32_at(data, 4) != 0)
 		return "{padding " + std::to_string(u32_at(data, 4)) + "}";
-	if (length != 8 + 8 * count)
+	const size_t held = 8 + 8 * count;
+	const bool empty_tail = length >= held && (length - held) % 8 == 0 &&
+				std::all_of(data + held, data + length, [](char c) { return c == 0; });
+	if (!empty_tail)
 		return "{" + std::to_string(count) + " pairs in " + std::to_string(length) + " bytes}";
 	std::string text = "{";
 	for (size_t i = 0; i < count; ++i)
 		text += (i ? " " : "") + std::to_string(u32_at(data, 8 + 8 * i)) + "=" +
 			std::to_string(u32_at(data, 12 + 8 * i));
-	return text + "}";
+	return text + (length > held ? "} +" + std::to_string((length - held) / 8) : "}");
 }
+
+/** The scratch list of a common group, exactly as large, on the heap so that an overrun is seen. */
+class CommonList {
+public:
+	CommonList() : words_(new u32[2 + 2 * 500]()) {}
+	CommonList(const Pairs &pairs) : CommonList()
+	{
+		for (const func_pair &pair : pairs)
+			get()->fn_tbl[get()->fn_num++] = pair;
+	}
+	reg_func *get() { return reinterpret_cast<reg_func *>(words_.get()); }
+	[[nodiscard]] std::string text() const
+	{
+		return registers_text(reinterpret_cast<const char *>(words_.get()),
+				      8 + 8 * size_t{words_[0]});
+	}
+
+private:
+	std::unique_ptr<u32[]> words_;
+};
 
 /** A record that must be text with one NUL, at its end. */
 inline std::string string_text(const char *data, size_t length)
@@ -299,6 +325,15 @@ protected:
 					    static_cast<u32>(bytes.size())));
 	}
 
+	/** A map over an image, which the fixture keeps, instead of the one that is there. */
+	bool adopt_image(ImageBytes bytes, RegisterTable registers = {})
+	{
+		pim_destroy(map.out());
+		image = std::move(bytes);
+		table = std::move(registers);
+		return adopt(map, image, table);
+	}
+
 	[[nodiscard]] u16 setting_id(const std::string &label) const
 	{
 		return pim_query_setting_id(map.get(), label.c_str());
@@ -310,6 +345,8 @@ protected:
 	Lines loaded(const std::string &label) { return load(map.get(), label); }
 	[[nodiscard]] std::string node(size_t id) const { return node_text(map.get(), id); }
 
+	ImageBytes image; // of an adopted map
+	RegisterTable table;
 	Map map;
 };
 

@@ -1,0 +1,182 @@
+// SPDX-License-Identifier: MIT
+#include <csignal>
+#include <filesystem>
+
+#include <sys/inotify.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "tests/tool/fixture.h"
+
+namespace {
+
+using namespace vexil_test;
+namespace fs = std::filesystem;
+
+class ToolOutput : public ToolTest {
+protected:
+	using Names = std::vector<std::string>;
+};
+
+TEST_F(ToolOutput, FolderThatIsMissingIsAnErrorOfWriting)
+{
+	expect_refusal({"build", kTv, "-o", "none/tv.pim"}, 3,
+		       "vexil: cannot write none/tv.pim: No such file or directory");
+	EXPECT_EQ(names(), Names{});
+}
+
+TEST_F(ToolOutput, PathBelowAFileIsAnErrorOfWriting)
+{
+	write("file", "kept");
+	expect_refusal({"build", kTv, "-o", "file/tv.pim"}, 3,
+		       "vexil: cannot write file/tv.pim: Not a directory");
+	write("tv.pim", tv_image());
+	expect_refusal({"merge", "tv.pim", "tv.pim", "-o", "file/tv.pim"}, 3,
+		       "vexil: cannot write file/tv.pim: Not a directory");
+	EXPECT_EQ(read_text(path("file")), "kept");
+	EXPECT_EQ(names(), (Names{"file", "tv.pim"}));
+}
+
+TEST_F(ToolOutput, FolderIsNoOutput)
+{
+	expect_refusal({"build", kTv, "-o", "."}, 3, "vexil: cannot write .: is a folder");
+	expect_refusal({"build", kTv, "-o", "new/"}, 3,
+		       "vexil: cannot write new/: is not the name of a file");
+	EXPECT_EQ(names(), Names{});
+}
+
+TEST_F(ToolOutput, FullDeviceIsAnErrorOfWriting)
+{
+	expect_refusal({"build", kTv, "-o", "/dev/full"}, 3,
+		       "vexil: cannot write /dev/full: No space left on device");
+	struct stat state {};
+	ASSERT_EQ(stat("/dev/full", &state), 0);
+	EXPECT_TRUE(S_ISCHR(state.st_mode));
+}
+
+TEST_F(ToolOutput, DeviceIsWrittenToAndNotReplaced)
+{
+	EXPECT_EQ(vexil({"build", kTv, "-o", "/dev/null"}).exit_code, 0);
+	struct stat state {};
+	ASSERT_EQ(stat("/dev/null", &state), 0);
+	EXPECT_TRUE(S_ISCHR(state.st_mode));
+}
+
+TEST_F(ToolOutput, PipeThatNobodyReadsIsAnErrorOfWriting)
+{
+	ASSERT_EQ(mkfifo(path("pipe").c_str(), 0600), 0);
+	expect_refusal({"build", kTv, "-o", "pipe"}, 3,
+		       "vexil: cannot write pipe: No such device or address");
+}
+
+TEST_F(ToolOutput, RefusedInputLeavesTheOldImageAlone)
+{
+	write("out.pim", "older");
+	write("bad.json", "{");
+	EXPECT_EQ(vexil({"build", "-o", "out.pim", "--groups", "bad.json"}).exit_code, 1);
+	EXPECT_EQ(read_text(path("out.pim")), "older");
+	EXPECT_EQ(names(), (Names{"bad.json", "out.pim"}));
+}
+
+TEST_F(ToolOutput, DiskThatFillsUpWhileWritingLeavesTheOldImageAlone)
+{
+	write("out.pim", "older");
+	ProcessSetup small;
+	small.largest_file = 4096;
+	const ProcessResult result = vexil({"build", kTv, "-o", "out.pim"}, small);
+	EXPECT_EQ(result.exit_code, 3);
+	EXPECT_EQ(result.signal, 0);
+	EXPECT_EQ(result.err, "vexil: cannot write out.pim: File too large\n");
+	EXPECT_EQ(read_text(path("out.pim")), "older");
+	EXPECT_EQ(names(), Names{"out.pim"});
+}
+
+/** Sends a signal as soon as a file appears in a folder. */
+class KillWhenWriting {
+public:
+	KillWhenWriting(const std::string &folder, int signal)
+	    : watch_(inotify_init1(IN_CLOEXEC)), signal_(signal)
+	{
+		EXPECT_GE(inotify_add_watch(watch_, folder.c_str(), IN_CREATE), 0);
+	}
+	~KillWhenWriting() { close(watch_); }
+
+	void operator()(int process) const
+	{
+		char event[4096];
+		EXPECT_GT(read(watch_, event, sizeof event), 0);
+		kill(process, signal_);
+	}
+
+private:
+	int watch_;
+	int signal_;
+};
+
+TEST_F(ToolOutput, InterruptedWritingLeavesNothingHalfWritten)
+{
+	int interrupted = 0;
+	for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) {
+		for (int round = 0; round < 5; ++round) {
+			fs::create_directory(path("out"));
+			const KillWhenWriting killer(path("out"), signal);
+			ProcessSetup setup;
+			setup.started = [&](int process) { killer(process); };
+			const ProcessResult result =
+				vexil({"build", kTv, "-o", "out/tv.pim"}, setup);
+			if (result.signal == signal) {
+				++interrupted;
+			} else { // it was faster
+				EXPECT_EQ(result.exit_code, 0);
+			}
+			for (const fs::directory_entry &entry :
+			     fs::directory_iterator(path("out"))) {
+				EXPECT_EQ(entry.path().filename(), "tv.pim");
+				EXPECT_EQ(read_text(entry.path().string()), tv_image());
+			}
+			fs::remove_all(path("out"));
+		}
+	}
+	RecordProperty("interrupted", interrupted);
+}
+
+TEST_F(ToolOutput, OutputMayBeOneOfTheInputs)
+{
+	write("tv.pim", tv_image());
+	build(kCustomer, "customer.pim");
+	vexil_quiet({"merge", "tv.pim", "customer.pim", "-o", "shop.pim"});
+	vexil_quiet({"merge", "tv.pim", "customer.pim", "-o", "tv.pim"});
+	EXPECT_EQ(read_text(path("tv.pim")), read_text(path("shop.pim")));
+	write("tv.pim", tv_image());
+	vexil_quiet({"merge", "tv.pim", "customer.pim", "-o", "customer.pim"});
+	EXPECT_EQ(read_text(path("customer.pim")), read_text(path("shop.pim")));
+	EXPECT_EQ(names(), (Names{"customer.pim", "shop.pim", "tv.pim"}));
+}
+
+TEST_F(ToolOutput, LinkIsFollowedAndStays)
+{
+	fs::create_directory(path("real"));
+	write("real/tv.pim", "older");
+	fs::create_symlink("real/tv.pim", path("link.pim"));
+	vexil_quiet({"build", kTv, "-o", "link.pim"});
+	EXPECT_TRUE(fs::is_symlink(path("link.pim")));
+	EXPECT_EQ(read_text(path("real/tv.pim")), tv_image());
+}
+
+TEST_F(ToolOutput, PermissionsOfAnOlderImageStay)
+{
+	write("tv.pim", "older");
+	fs::permissions(path("tv.pim"), fs::perms(0640));
+	vexil_quiet({"build", kTv, "-o", "tv.pim"});
+	EXPECT_EQ(fs::status(path("tv.pim")).permissions(), fs::perms(0640));
+}
+
+TEST_F(ToolOutput, NewImageHasTheUsualPermissions)
+{
+	const mode_t mask = umask(0);
+	umask(mask);
+	vexil_quiet({"build", kTv, "-o", "tv.pim"});
+	EXPECT_EQ(fs::status(path("tv.pim")).permissions(), fs::perms(0666 & ~mask));
+}
+
+} // namespace

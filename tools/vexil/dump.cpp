@@ -1,0 +1,45 @@
+// SPDX-License-Identifier: MIT
+//
+// vexil dump: the node tree of an image.
+
+#include <memory>
+
+#include "commands.h"
+#include "console.h"
+#include "image_file.h"
+#include "library_log.h"
+
+namespace vexil_tool {
+
+namespace {
+
+struct Options {
+	std::string image;
+};
+
+void run_dump(const Options &options)
+{
+	Console console;
+	const Map map = open_map(options.image, console);
+	const LogToOutput output;
+	map.print();
+	if (!output.complete())
+		console.warn(options.image, "its tree is damaged; the dump is cut short");
+}
+
+} // namespace
+
+void add_dump(CLI::App &app)
+{
+	const auto options = std::make_shared<Options>();
+	CLI::App *dump = app.add_subcommand("dump", "Print the node tree of an image");
+	dump->add_option("IMAGE", options->image, "PIM image")->required();
+	dump->footer("\nA line is a node: its id and tag behind three dashes for each level. Lines "
+		     "that begin\n"
+		     "with PROP: are texts.\n"
+		     "\nExample:\n"
+		     "  vexil dump tv.pim | less");
+	dump->callback([options] { run_dump(*options); });
+}
+
+} // namespace vexil_tool

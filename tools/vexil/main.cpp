@@ -1,0 +1,101 @@
+// SPDX-License-Identifier: MIT
+//
+// vexil: builds picture-quality maps from documents, and looks into them.
+
+#include <cstdio>
+#include <exception>
+#include <new>
+#include <system_error>
+
+#include <fmt/format.h>
+
+#include "commands.h"
+#include "console.h"
+#include "core/json.h"
+#include "errors.h"
+#include "text.h"
+
+namespace {
+
+using vexil_tool::Exit;
+
+constexpr const char *kFooter =
+	"\nExamples:\n"
+	"  vexil build examples/tv -o tv.pim\n"
+	"  vexil info tv.pim\n"
+	"  vexil load tv.pim 'Dimming_Level#High' --product examples/tv\n"
+	"\n"
+	"'vexil COMMAND --help' explains a command.\n"
+	"\n"
+	"Exit codes: 0 done; 1 a file, document, image or label is refused;\n"
+	"2 the command line is wrong; 3 the output cannot be written.\n"
+	"Messages go to standard error: 'vexil: FILE[:LINE:COLUMN]: cause'.";
+
+int fail(Exit exit, const std::string &text)
+{
+	std::fflush(stdout);
+	fmt::print(stderr, "vexil: {}\n", vexil_tool::printable(text));
+	return static_cast<int>(exit);
+}
+
+/** The command that was being called, for the hint behind a usage error. */
+std::string help_hint(const CLI::App &app)
+{
+	std::string command = "vexil";
+	for (const CLI::App *sub : app.get_subcommands())
+		command += " " + sub->get_name();
+	return fmt::format(" (see '{} --help')", command);
+}
+
+int run(int argc, char **argv)
+{
+	CLI::App app("Picture-quality register settings: JSON documents in, map images and "
+		     "registers out.",
+		     "vexil");
+	app.footer(kFooter);
+	app.set_version_flag("--version",
+			     fmt::format("vexil {} (cJSON {})", VEXIL_VERSION, cJSON_Version()));
+	app.require_subcommand(1);
+	vexil_tool::add_build(app);
+	vexil_tool::add_info(app);
+	vexil_tool::add_dump(app);
+	vexil_tool::add_list(app);
+	vexil_tool::add_load(app);
+	vexil_tool::add_merge(app);
+	try {
+		app.parse(argc, argv);
+	} catch (const CLI::Success &asked) { // --help, --version
+		app.exit(asked);
+	} catch (const CLI::ParseError &error) {
+		const std::vector<std::string> rest = app.remaining();
+		if (app.get_subcommands().empty() && !rest.empty())
+			return fail(
+				Exit::kUsage,
+				fmt::format("there is no {} '{}'{}",
+					    rest.front().starts_with('-') ? "option" : "command",
+					    rest.front(), help_hint(app)));
+		return fail(Exit::kUsage, error.what() + help_hint(app));
+	}
+	vexil_tool::finish_output();
+	return static_cast<int>(Exit::kDone);
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+	try {
+		return run(argc, argv);
+	} catch (const vexil_tool::Failure &failure) {
+		return fail(failure.exit(), failure.what());
+	} catch (const std::bad_alloc &) {
+		return fail(Exit::kRefused, "out of memory");
+	} catch (const std::system_error &error) { // fmt, while printing
+		if (std::ferror(stdout))
+			return fail(Exit::kCannotWrite,
+				    "standard output: " + error.code().message());
+		return fail(Exit::kRefused, error.what());
+	} catch (const std::exception &error) {
+		return fail(Exit::kRefused, error.what());
+	}
+}
