@@ -24,6 +24,8 @@ allow() { # folder, then the include prefixes that it may use
 allow include vexil/ linux/types.h stdbool.h stddef.h
 allow core core/ vexil/ platform/platform.h cJSON.h third_party/cjson/number_model.h
 allow extmem extmem/ core/ vexil/ platform/platform.h
+allow presetdb presetdb/ core/ vexil/
+allow module module/ core/ vexil/
 allow rm rm/ pim/pim.h extmem/extmem.h extmem/children.h extmem/tree.h extmem/reader.h core/ vexil/
 allow pim pim/ extmem/extmem.h extmem/children.h extmem/tree.h core/ vexil/
 

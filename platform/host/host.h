@@ -3,7 +3,7 @@
 // The platform for ordinary programs: what a program that links libvexil_host.a may set.
 #pragma once
 
-#include <vexil/types.h>
+#include <vexil/pubif.h>
 
 VEXIL_BEGIN_C
 
@@ -23,5 +23,15 @@ typedef void (*vexil_host_log_sink)(const char *text, size_t length, void *conte
  * Calls: not while another thread may log.
  */
 void vexil_host_set_log_sink(vexil_host_log_sink sink, void *context);
+
+/**
+ * init_module - load the library: registers the callback table
+ *
+ * What the kernel calls when it loads the module; a program calls it once. Return: 0.
+ */
+int init_module(void);
+
+/** The registered table, good until the program ends; NULL before init_module. */
+const _PUBIF_VEXIL *vexil_host_table(void);
 
 VEXIL_END_C

@@ -1,16 +1,13 @@
 // SPDX-License-Identifier: MIT
 //
-// The public-interface module's part, for programs: takes the table at registration and hands it out.
-
-#include <vexil/pubif.h>
+// The public-interface module's part, for programs: keeps the table that is registered.
 
 #include "platform/host/host.h"
-
-extern "C" int init_module(void);
 
 namespace {
 
 _PUBIF_VEXIL registered;
+bool is_registered = false;
 
 } // namespace
 
@@ -18,14 +15,14 @@ extern "C" {
 
 int vexil_CBRegister(_PUBIF_VEXIL *table)
 {
-	registered = *table;
+	registered = *table; // the caller's is gone after this call
+	is_registered = true;
 	return 0;
 }
 
-const _PUBIF_VEXIL *vexil_host_load(void)
+const _PUBIF_VEXIL *vexil_host_table(void)
 {
-	init_module();
-	return &registered;
+	return is_registered ? &registered : nullptr;
 }
 
 } // extern "C"

@@ -353,16 +353,15 @@ void add_build(CLI::App &app)
 		->type_name("[NAME=]PATH");
 	build->add_option("--groups", options->groups, "Function groups")->type_name("FILE");
 	build->add_flag("--strict", options->strict, "Refuse documents that cause warnings");
-	build->footer("\nOptions add to the product; each takes one or more values, so PRODUCT "
-		      "stands first.\n"
-		      "Entries that cannot be resolved (an unknown register, say) are warned about "
-		      "and left\n"
-		      "out, unless --strict is given. The image appears whole or not at all.\n"
-		      "\nExamples:\n"
-		      "  vexil build examples/tv -o tv.pim\n"
-		      "  vexil build examples/tv -o tv.pim --groups trial.json --strict\n"
-		      "  vexil build -o my.pim --hw hw.json --handler gamma_lut --file gamma.bin "
-		      "--groups g.json");
+	build->footer(R"(
+Options add to the product; each takes one or more values, so PRODUCT stands first.
+Entries that cannot be resolved (an unknown register, say) are warned about and left
+out, unless --strict is given. The image appears whole or not at all.
+
+Examples:
+  vexil build examples/tv -o tv.pim
+  vexil build examples/tv -o tv.pim --groups trial.json --strict
+  vexil build -o my.pim --hw hw.json --handler gamma_lut --file gamma.bin --groups g.json)");
 	build->callback([options] { run_build(*options); });
 }
 

@@ -171,6 +171,14 @@ Catalogue::Catalogue(const Map &map)
 		}
 	}
 	damaged = budget.spent();
+	for (size_t i = 0; i < files.size(); ++i)
+		files_by_data_.emplace(files[i].data.data(), i);
+}
+
+const FileInfo *Catalogue::file_at(std::string_view data) const
+{
+	const auto found = files_by_data_.find(data.data());
+	return found == files_by_data_.end() ? nullptr : &files[found->second];
 }
 
 std::vector<ConfigPlace> Catalogue::configs() const

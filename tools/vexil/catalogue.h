@@ -5,6 +5,7 @@
 
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 #include <vexil/types.h>
@@ -77,6 +78,11 @@ public:
 
 	/** Every configuration, in the order of the image. */
 	[[nodiscard]] std::vector<ConfigPlace> configs() const;
+	/** The file that holds these bytes, or null. */
+	[[nodiscard]] const FileInfo *file_at(std::string_view data) const;
+
+private:
+	std::unordered_map<const char *, size_t> files_by_data_;
 };
 
 [[nodiscard]] inline bool is_register_list(int tag)

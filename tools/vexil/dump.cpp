@@ -34,11 +34,12 @@ void add_dump(CLI::App &app)
 	const auto options = std::make_shared<Options>();
 	CLI::App *dump = app.add_subcommand("dump", "Print the node tree of an image");
 	dump->add_option("IMAGE", options->image, "PIM image")->required();
-	dump->footer("\nA line is a node: its id and tag behind three dashes for each level. Lines "
-		     "that begin\n"
-		     "with PROP: are texts.\n"
-		     "\nExample:\n"
-		     "  vexil dump tv.pim | less");
+	dump->footer(R"(
+A line is a node: its id and tag behind three dashes for each level. Lines with PROP: are
+texts.
+
+Example:
+  vexil dump tv.pim | less)");
 	dump->callback([options] { run_dump(*options); });
 }
 

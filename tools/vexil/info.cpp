@@ -178,9 +178,10 @@ void add_info(CLI::App &app)
 		app.add_subcommand("info", "Show what an image is: kind, versions, sizes, counts");
 	info->add_option("IMAGE", options->image, "PIM image or rule image")->required();
 	info->add_flag("--json", options->json, "Print JSON");
-	info->footer("\nExamples:\n"
-		     "  vexil info tv.pim\n"
-		     "  vexil info tv.pim --json");
+	info->footer(R"(
+Examples:
+  vexil info tv.pim
+  vexil info tv.pim --json)");
 	info->callback([options] { run_info(*options); });
 }
 

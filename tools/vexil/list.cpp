@@ -127,12 +127,13 @@ void add_list(CLI::App &app)
 		app.add_subcommand("list", "List the labels of an image by IP and setting");
 	list->add_option("IMAGE", options->image, "PIM image")->required();
 	list->add_flag("--json", options->json, "Print JSON");
-	list->footer("\nA configuration's line: id, label, kind, number of blocks and of register "
-		     "pairs. Presets\n"
-		     "follow once more by their register table, then the files.\n"
-		     "\nExamples:\n"
-		     "  vexil list tv.pim\n"
-		     "  vexil list tv.pim --json");
+	list->footer(R"(
+A configuration's line: id, label, kind, number of blocks and of register pairs. Presets
+follow once more by their register table, then the files.
+
+Examples:
+  vexil list tv.pim
+  vexil list tv.pim --json)");
 	list->callback([options] { run_list(*options); });
 }
 

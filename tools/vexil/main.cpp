@@ -19,17 +19,17 @@ namespace {
 
 using vexil_tool::Exit;
 
-constexpr const char *kFooter =
-	"\nExamples:\n"
-	"  vexil build examples/tv -o tv.pim\n"
-	"  vexil info tv.pim\n"
-	"  vexil load tv.pim 'Dimming_Level#High' --product examples/tv\n"
-	"\n"
-	"'vexil COMMAND --help' explains a command.\n"
-	"\n"
-	"Exit codes: 0 done; 1 a file, document, image or label is refused;\n"
-	"2 the command line is wrong; 3 the output cannot be written.\n"
-	"Messages go to standard error: 'vexil: FILE[:LINE:COLUMN]: cause'.";
+constexpr const char *kFooter = R"(
+Examples:
+  vexil build examples/tv -o tv.pim
+  vexil info tv.pim
+  vexil load tv.pim 'Dimming_Level#High' --product examples/tv
+
+'vexil COMMAND --help' explains a command.
+
+Exit codes: 0 done; 1 a file, document, image or label is refused;
+2 the command line is wrong; 3 the output cannot be written.
+Messages go to standard error: 'vexil: FILE[:LINE:COLUMN]: cause'.)";
 
 int fail(Exit exit, const std::string &text)
 {

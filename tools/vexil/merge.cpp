@@ -69,11 +69,12 @@ void add_merge(CLI::App &app)
 	merge->add_option("SUB", options->sub, "PIM image whose IPs and files win")->required();
 	merge->add_option("-o,--output", options->output, "Image to write; may be BASE or SUB")
 		->required();
-	merge->footer("\nAn IP or file of SUB replaces the whole IP or file of the same name; "
-		      "others are added.\n"
-		      "Versions and the customer text are those of BASE.\n"
-		      "\nExample:\n"
-		      "  vexil merge tv.pim customer.pim -o shop.pim");
+	merge->footer(R"(
+An IP or file of SUB replaces the whole IP or file of the same name; others are added.
+Versions and the customer text are those of BASE.
+
+Example:
+  vexil merge tv.pim customer.pim -o shop.pim)");
 	merge->callback([options] { run_merge(*options); });
 }
 

@@ -12,6 +12,7 @@ namespace {
 
 constexpr u64 kLastPosition = 0x7FFFFFFE;
 constexpr u64 kAnyNumber = ~u64{0};
+constexpr u32 kNoNumber = 0x80000000; // what the library's indexes answer for unknown names
 constexpr const char *kHardwareKey = "PqHWRegList";
 constexpr const char *kSoftwareKey = "PqSWRegList";
 constexpr const char *kCustomerKey = "PqCusSWRegList";
@@ -51,6 +52,10 @@ void RegisterList::add(const cJSON *document, const char *key, u64 largest, cons
 			continue;
 		}
 		const auto value = static_cast<u32>(number);
+		if (value == kNoNumber)
+			warn(console, path,
+			     fmt::format("register {}: {} cannot be found again", name,
+					 reg->valuelong));
 		const auto [known, is_new] = numbers_.emplace(lowered(name), value);
 		if (is_new)
 			names_.emplace(value, name);

@@ -130,6 +130,11 @@ std::string counted(u64 number, std::string_view one, std::string_view many)
 			    : fmt::format("{} {}", grouped(number), many);
 }
 
+std::string joined(const std::vector<std::string> &texts)
+{
+	return fmt::format("{}", fmt::join(texts, ", "));
+}
+
 std::string lowered(std::string_view text)
 {
 	std::string result(text);

@@ -24,6 +24,9 @@ namespace vexil_tool {
 /** "1 node", "2 nodes". */
 [[nodiscard]] std::string counted(u64 number, std::string_view one, std::string_view many = {});
 
+/** The texts with ", " between them. */
+[[nodiscard]] std::string joined(const std::vector<std::string> &texts);
+
 /** A-Z to a-z, as the library's names compare. */
 [[nodiscard]] std::string lowered(std::string_view text);
 

@@ -1,0 +1,19 @@
+// SPDX-License-Identifier: MIT
+//
+// Delivered blocks, shown as text and as JSON.
+#pragma once
+
+#include "catalogue.h"
+#include "json_output.h"
+#include "map.h"
+#include "register_names.h"
+
+namespace vexil_tool {
+
+/** Prints a block as an indented table; of a file, its name, size and first bytes. */
+void print_block(const Delivered &block, const RegisterNames &names, const Catalogue &catalogue);
+
+[[nodiscard]] OutputJson block_json(const Delivered &block, const RegisterNames &names,
+				    const Catalogue &catalogue);
+
+} // namespace vexil_tool

@@ -1,0 +1,59 @@
+// SPDX-License-Identifier: MIT
+
+#include "register_names.h"
+
+#include <vexil/tags.h>
+
+#include "json_input.h"
+#include "product.h"
+
+namespace vexil_tool {
+
+Form form_of(int tag)
+{
+	switch (tag) {
+	case EXTMEM_TAG_REGISTER_SETTINGS:
+	case EXTMEM_TAG_REGISTER_RIU_SETTINGS:
+	case EXTMEM_TAG_REGISTER_SYNC_SETTINGS:
+		return Form::kHardware;
+	case EXTMEM_TAG_VREGISTER_SETTINGS:
+		return Form::kSoftware;
+	case EXTMEM_TAG_CUS_VREGISTER_SETTINGS:
+		return Form::kCustomer;
+	default:
+		return Form::kAddress;
+	}
+}
+
+RegisterNames::RegisterNames(const NameSources &sources, Console &console)
+{
+	Product product;
+	if (!sources.product.empty())
+		product = read_product(sources.product, console);
+	const auto read = [&](std::vector<std::string> paths, const std::vector<std::string> &more,
+			      auto add) {
+		paths.insert(paths.end(), more.begin(), more.end());
+		for (const std::string &path : paths)
+			(lists_.*add)(read_json(path, Root::kObject, console).get(), path, nullptr);
+	};
+	read(product.hardware, sources.hardware, &RegisterLists::add_hardware);
+	read(product.software, sources.software, &RegisterLists::add_software);
+	read(product.customer, sources.customer, &RegisterLists::add_customer);
+	const std::string &table =
+		sources.register_info.empty() ? product.register_info : sources.register_info;
+	if (!table.empty())
+		table_ = RegisterTable::read(table, console);
+}
+
+std::string RegisterNames::name(Form form, u32 number) const
+{
+	const RegisterList &list = form == Form::kHardware   ? lists_.hardware
+				   : form == Form::kSoftware ? lists_.software
+							     : lists_.customer;
+	if (const std::string *name = list.name_of(number))
+		return *name;
+	const RegisterField *field = form == Form::kHardware ? table_.field(number) : nullptr;
+	return field ? field->name : "";
+}
+
+} // namespace vexil_tool

@@ -1,0 +1,42 @@
+// SPDX-License-Identifier: MIT
+//
+// What a product adds to an image: names for the numbers in register lists, and where hardware
+// registers live.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "console.h"
+#include "register_lists.h"
+#include "register_table.h"
+
+namespace vexil_tool {
+
+/** Where names come from; everything may be left out. */
+struct NameSources {
+	std::string product; // manifest or folder
+	std::vector<std::string> hardware, software, customer;
+	std::string register_info; // instead of the product's
+};
+
+/** How the words of a register list are to be read. */
+enum class Form { kHardware, kSoftware, kCustomer, kAddress };
+
+/** The form of a list that arrives with this tag. */
+[[nodiscard]] Form form_of(int tag);
+
+class RegisterNames {
+public:
+	RegisterNames(const NameSources &sources, Console &console);
+
+	[[nodiscard]] const RegisterTable &table() const { return table_; }
+	/** What a position or number stands for, or nothing. */
+	[[nodiscard]] std::string name(Form form, u32 number) const;
+
+private:
+	RegisterLists lists_;
+	RegisterTable table_;
+};
+
+} // namespace vexil_tool
