@@ -2,8 +2,6 @@
 
 #include "extmem/tree.h"
 
-#include "extmem/children.h"
-
 namespace {
 
 /** @link joins @to and @node; invalid when either is. */
@@ -57,6 +55,20 @@ node_d add_property(node_d to, const char *name)
 {
 	const node_d property = add_next(to, EXTMEM_TAG_PROPERTY);
 	return extmem_node_isvalid(add_text(property, name)) ? property : kInvalidNode;
+}
+
+NamedNode new_named_node(extmem_builder *store, extmem_tag tag, const char *name,
+			 const vexil_version &version)
+{
+	NamedNode made{extmem_request_node(store, EXTMEM_TAG_GENERAL), kInvalidNode};
+	const node_d node = add_child(made.holder, tag);
+	const node_d property = add_property(node, name);
+	const node_d version_node = add_next(property, EXTMEM_TAG_VERSION);
+	const node_d record =
+		add_record(version_node, EXTMEM_TAG_VERSION_HOLDER, &version, sizeof version);
+	if (extmem_node_isvalid(record))
+		made.node = node;
+	return made;
 }
 
 void append_to_root(node_d root, u16 *tail_hint, node_d holder)

@@ -5,7 +5,7 @@
 // Nothing can be reached before the group's holder is linked, so there is nothing to undo.
 #pragma once
 
-#include "extmem/extmem.h"
+#include "extmem/children.h"
 
 namespace vexil {
 
@@ -27,10 +27,40 @@ namespace vexil {
 /** A property with @name as the next sibling of @to; invalid also when the name failed. */
 [[nodiscard]] node_d add_property(node_d to, const char *name);
 
+/** A node with its name and version behind it, below a holder that nothing refers to yet. */
+struct NamedNode {
+	node_d holder;
+	node_d node; // invalid when the group could not be completed
+};
+[[nodiscard]] NamedNode new_named_node(extmem_builder *store, extmem_tag tag, const char *name,
+				       const vexil_version &version);
+
 /**
  * Appends a holder to a root's list without walking it from its head.
  * @tail_hint: the owner's note of a child near or at the end of that list; 0 when there is none
  */
 void append_to_root(node_d root, u16 *tail_hint, node_d holder);
+
+/**
+ * Moves the holders of another list of the same store to the end of a root's list: those for whose
+ * node @wanted is true, in order. The other list is of no further use. False when it does not end.
+ */
+template <typename Wanted>
+[[nodiscard]] bool take_holders(node_d root, u16 *tail_hint, node_d other, WalkBudget &budget,
+				Wanted wanted)
+{
+	node_d last = extmem_find_tail(child_of(root));
+	node_d following;
+	for (node_d holder = child_of(other); extmem_node_isvalid(holder); holder = following) {
+		if (!budget.spend())
+			return false;
+		following = next_of(holder); // read before the holder is linked anew
+		if (wanted(child_of(holder)))
+			last = extmem_append_child_cond(root, last, holder);
+	}
+	extmem_break_next(last);
+	*tail_hint = extmem_node_isvalid(last) ? last.id : u16{0};
+	return true;
+}
 
 } // namespace vexil

@@ -213,16 +213,12 @@ bool insert_settings(const Walk &walk, const cJSON *settings, node_d ip)
 /** The IP node with its name and version, indexed and under the root; invalid without room. */
 node_d make_ip(pim *map, const char *name, vexil_version version)
 {
-	const node_d holder = extmem_request_node(&map->builder, EXTMEM_TAG_GENERAL);
-	const node_d ip = vexil::add_child(holder, EXTMEM_TAG_IP);
-	const node_d property = vexil::add_property(ip, name);
-	const node_d version_node = vexil::add_next(property, EXTMEM_TAG_VERSION);
-	const node_d value = vexil::add_record(version_node, EXTMEM_TAG_VERSION_HOLDER, &version,
-					       sizeof version);
-	if (!extmem_node_isvalid(value) || !vexil::enter_name(&map->ip_map, name, ip.id))
+	const vexil::NamedNode ip =
+		vexil::new_named_node(&map->builder, EXTMEM_TAG_IP, name, version);
+	if (!extmem_node_isvalid(ip.node) || !vexil::enter_name(&map->ip_map, name, ip.node.id))
 		return kInvalidNode;
-	vexil::append_to_root(map->root, &map->root_tail_hint, holder);
-	return ip;
+	vexil::append_to_root(map->root, &map->root_tail_hint, ip.holder);
+	return ip.node;
 }
 
 bool has_object(const cJSON *folder)

@@ -2,13 +2,12 @@
 //
 // Export, and a sub map over a base map.
 
+#include "extmem/tree.h"
 #include "pim/layout.h"
 
 namespace {
 
-using vexil::child_of;
 using vexil::kInvalidNode;
-using vexil::next_of;
 using vexil::WalkBudget;
 
 void inherit(pim *map, const pim *base)
@@ -44,25 +43,16 @@ void replace_content(node_d replaced, node_d node)
 bool overlay(pim *map, const pim *base, node_d sub_root)
 {
 	WalkBudget budget(map->builder);
-	node_d last = extmem_find_tail(child_of(map->root));
-	node_d following;
-	for (node_d holder = child_of(sub_root); extmem_node_isvalid(holder); holder = following) {
-		if (!budget.spend())
-			return false;
-		following = next_of(holder); // read before the holder is linked anew
-		const node_d node = child_of(holder);
+	return vexil::take_holders(map->root, &map->root_tail_hint, sub_root, budget, [&](node_d node) {
 		const int tag = extmem_fetch_tag(node);
 		if (tag != EXTMEM_TAG_FILE && tag != EXTMEM_TAG_IP)
-			continue;
+			return false;
 		const node_d replaced = namesake(map, base, node, budget);
-		if (extmem_node_isvalid(replaced))
-			replace_content(replaced, node);
-		else
-			last = extmem_append_child_cond(map->root, last, holder);
-	}
-	extmem_break_next(last);
-	map->root_tail_hint = extmem_node_isvalid(last) ? last.id : u16{0};
-	return true;
+		if (!extmem_node_isvalid(replaced))
+			return true;
+		replace_content(replaced, node);
+		return false;
+	});
 }
 
 } // namespace

@@ -200,20 +200,16 @@ void insert_group(rm *context, const pim *map, const cJSON *group)
 	if (!found[kRules] || !name)
 		return;
 
-	const node_d holder = extmem_request_node(&context->builder, EXTMEM_TAG_GENERAL);
-	const node_d rule = vexil::add_child(holder, EXTMEM_TAG_RULE);
-	const node_d property = vexil::add_property(rule, name);
-	const node_d version_node = vexil::add_next(property, EXTMEM_TAG_VERSION);
-	const node_d value = vexil::add_record(version_node, EXTMEM_TAG_VERSION_HOLDER, &version,
-					       sizeof version);
-	if (!extmem_node_isvalid(value))
+	const vexil::NamedNode rule =
+		vexil::new_named_node(&context->builder, EXTMEM_TAG_RULE, name, version);
+	if (!extmem_node_isvalid(rule.node))
 		return;
 	// The name first: an image with a rule that cannot be indexed would be refused for ever.
-	if (ctrie_insert(&context->rulename_map, name, rule.id))
-		vexil::append_to_root(context->root, &context->root_tail_hint, holder);
+	if (ctrie_insert(&context->rulename_map, name, rule.node.id))
+		vexil::append_to_root(context->root, &context->root_tail_hint, rule.holder);
 	resolve_children(context);
 	if (vexil::is_array(found[kRules]))
-		add_cases(context, map, found[kRules], rule);
+		add_cases(context, map, found[kRules], rule.node);
 }
 
 } // namespace

@@ -2,14 +2,13 @@
 //
 // Export, and the rules of two images in one.
 
+#include "extmem/tree.h"
 #include "rm/layout.h"
 
 namespace {
 
 using vexil::Bytes;
-using vexil::child_of;
 using vexil::kNoNode;
-using vexil::next_of;
 using vexil::WalkBudget;
 
 constexpr vexil::ScanReport kMergeReport = {"rm_merge",
@@ -63,23 +62,15 @@ bool each_moved_id(extmem_builder *store, size_t first, size_t end, const Shift 
 bool link_new(rm *context, const rm *base, node_d sub_root)
 {
 	WalkBudget budget(context->builder);
-	node_d last = extmem_find_tail(child_of(context->root));
-	node_d following;
-	for (node_d holder = child_of(sub_root); extmem_node_isvalid(holder); holder = following) {
-		if (!budget.spend())
-			return false;
-		following = next_of(holder); // read before the holder is linked anew
-		const node_d node = child_of(holder);
-		const int tag = extmem_fetch_tag(node);
-		if (tag != EXTMEM_TAG_RULE && tag != EXTMEM_TAG_SOURCE_LABEL)
-			continue; // the base's counts stand
-		const ctrie &names = tag == EXTMEM_TAG_RULE ? base->rulename_map : base->source_map;
-		if (ctrie_find(&names, vexil::name_of(node, budget)) == vexil::kNoValue)
-			last = extmem_append_child_cond(context->root, last, holder);
-	}
-	extmem_break_next(last);
-	context->root_tail_hint = extmem_node_isvalid(last) ? last.id : u16{0};
-	return true;
+	return vexil::take_holders(
+		context->root, &context->root_tail_hint, sub_root, budget, [&](node_d node) {
+			const int tag = extmem_fetch_tag(node);
+			if (tag != EXTMEM_TAG_RULE && tag != EXTMEM_TAG_SOURCE_LABEL)
+				return false; // the base's counts stand
+			const ctrie &names =
+				tag == EXTMEM_TAG_RULE ? base->rulename_map : base->source_map;
+			return ctrie_find(&names, vexil::name_of(node, budget)) == vexil::kNoValue;
+		});
 }
 
 void inherit(rm *context, const rm *base, const rm *sub)
