@@ -22,8 +22,8 @@ protected:
 	{
 		std::string group;
 		for (size_t i = 0; i < members.size(); ++i)
-			group += (i ? ", 'M" : "'M") + std::to_string(i) + "': {'hwreg': " + members[i] +
-				 "}";
+			group += (i ? ", 'M" : "'M") + std::to_string(i) +
+				 "': {'hwreg': " + members[i] + "}";
 		return insert(setting("'commonReg': true, 'group': {" + group + "}"));
 	}
 
@@ -71,9 +71,10 @@ TEST_F(PimCommon, OrderIsThatOfTheLastMember)
 
 TEST_F(PimCommon, ArrayFormsGiveTheSameResult)
 {
-	EXPECT_TRUE(insert(setting(
-		"'commonReg': true, 'group': [{'M0': {'hwreg': [{'R0': 1}, {'R1': 2}]}}, "
-		"{'M1': {'hwreg': {'R1': 2, 'R0': 3}}}, {'M2': {'hwreg': [{'R2': 5}, {'R1': 2}]}}]")));
+	EXPECT_TRUE(insert(
+		setting("'commonReg': true, 'group': [{'M0': {'hwreg': [{'R0': 1}, {'R1': 2}]}}, "
+			"{'M1': {'hwreg': {'R1': 2, 'R0': 3}}}, {'M2': {'hwreg': [{'R2': 5}, "
+			"{'R1': 2}]}}]")));
 	EXPECT_EQ(delivered(3),
 		  (Lines{"RIU {1=2}", "REGISTER {0=1}", "REGISTER {0=3}", "REGISTER {2=5}"}));
 }
@@ -107,7 +108,8 @@ TEST_F(PimCommon, MemberWithoutHardwareRegistersEndsTheSearch)
 		ASSERT_TRUE(map.init());
 		add_registers(8);
 		EXPECT_TRUE(insert(setting(
-			std::string("'commonReg': true, 'group': {'M0': {'hwreg': {'R0': 1}}, 'M1': ") +
+			std::string(
+				"'commonReg': true, 'group': {'M0': {'hwreg': {'R0': 1}}, 'M1': ") +
 			second + ", 'M2': {'hwreg': {'R0': 1}}}")));
 		EXPECT_EQ(delivered(3), (Lines{"RIU {}", "REGISTER {0=1}", "-", "REGISTER {0=1}"}));
 	}
@@ -130,8 +132,8 @@ TEST_F(PimCommon, OtherKindsOfBlocksAreNotShared)
 {
 	ASSERT_TRUE(pim_insert_vregmap(map.get(), "V", 0));
 	ASSERT_TRUE(pim_insert_cus_vregmap(map.get(), "C", 0));
-	const std::string member =
-		"{'hwreg': {'R0': 1}, 'swreg': {'V': 1}, 'hwaddr': {'4': 1}, 'cus_swreg': {'C': 1}}";
+	const std::string member = "{'hwreg': {'R0': 1}, 'swreg': {'V': 1}, 'hwaddr': {'4': 1}, "
+				   "'cus_swreg': {'C': 1}}";
 	EXPECT_TRUE(insert(setting("'commonReg': true, 'group': {'M0': " + member + ", 'M1': " +
 				   member + "}")));
 	EXPECT_EQ(loaded("S#commonReg"), (Lines{"RIU {0=1}"}));
@@ -142,10 +144,11 @@ TEST_F(PimCommon, OtherKindsOfBlocksAreNotShared)
 
 TEST_F(PimCommon, ListStartsEmptyForEachSetting)
 {
-	EXPECT_TRUE(insert(groups(
-		"'A': {'settings': {'S': {'commonReg': true, 'group': {'M0': {'hwreg': {'R0': 1}}}},"
-		"'T': {'group': {'M': {'hwreg': {'R0': 1}}}},"
-		"'U': {'commonReg': true, 'group': {'M': {'hwreg': {'R1': 1}}}}}}")));
+	EXPECT_TRUE(
+		insert(groups("'A': {'settings': {'S': {'commonReg': true, 'group': {'M0': "
+			      "{'hwreg': {'R0': 1}}}},"
+			      "'T': {'group': {'M': {'hwreg': {'R0': 1}}}},"
+			      "'U': {'commonReg': true, 'group': {'M': {'hwreg': {'R1': 1}}}}}}")));
 	EXPECT_EQ(loaded("S#commonReg"), (Lines{"RIU {0=1}"}));
 	EXPECT_EQ(loaded("T#M"), (Lines{"REGISTER {0=1}"}));
 	EXPECT_EQ(loaded("U#commonReg"), (Lines{"RIU {1=1}"}));
@@ -219,7 +222,8 @@ protected:
 	{
 		PimTest::SetUp();
 		for (u32 i = 0; i < 1200; ++i)
-			ASSERT_TRUE(pim_insert_regmap(map.get(), ("L" + std::to_string(i)).c_str(), i));
+			ASSERT_TRUE(
+				pim_insert_regmap(map.get(), ("L" + std::to_string(i)).c_str(), i));
 	}
 };
 
@@ -232,8 +236,9 @@ TEST_F(PimCommonLimit, FiveHundredPairsFit)
 TEST_F(PimCommonLimit, PairsBehindTheFiveHundredthStayInTheMembers)
 {
 	EXPECT_TRUE(insert_group({many(0, 600), many(0, 600)}));
-	EXPECT_EQ(delivered(2), (Lines{"RIU " + many_pairs(0, 500), "REGISTER " + many_pairs(500, 600),
-				       "REGISTER " + many_pairs(500, 600)}));
+	EXPECT_EQ(delivered(2),
+		  (Lines{"RIU " + many_pairs(0, 500), "REGISTER " + many_pairs(500, 600),
+			 "REGISTER " + many_pairs(500, 600)}));
 }
 
 TEST_F(PimCommonLimit, LaterMembersNarrowTheFirstFiveHundred)
@@ -283,7 +288,8 @@ TEST_F(PimCommonSearch, NarrowsTheListMemberByMember)
 		{"{'hwreg': {'R2': 3, 'R1': 2, 'R5': 1}}", true, "{2=3 1=2}"},
 		{"{'hwreg': {'R1': 2}}", true, "{1=2}"},
 		{"{'hwreg': {'R1': 3}}", false, "{}"},
-		{"{'hwreg': {'R6': 7}}", true, "{6=7}"}, // an empty list counts as the first member's
+		{"{'hwreg': {'R6': 7}}", true,
+		 "{6=7}"}, // an empty list counts as the first member's
 		{"{'hwreg': {}}", false, "{}"},
 		{"{'hwreg': {'R6': 7}}", true, "{6=7}"},
 		{"{}", false, "{}"},
@@ -294,7 +300,8 @@ TEST_F(PimCommonSearch, NarrowsTheListMemberByMember)
 	for (const auto &step : steps) {
 		const Json member = json(step.member);
 		ASSERT_TRUE(member);
-		EXPECT_EQ(__pim_search_common_hwregister(map.get(), member.get(), list.get()), step.result)
+		EXPECT_EQ(__pim_search_common_hwregister(map.get(), member.get(), list.get()),
+			  step.result)
 			<< step.member;
 		EXPECT_EQ(list.text(), step.list) << step.member;
 	}
@@ -306,8 +313,9 @@ TEST_F(PimCommonSearch, ConfigurationHoldsTheListUpToItsCount)
 	list.get()->fn_num = 2;
 	const node_d made = __pim_get_common_reg_config(map.get(), "label", list.get());
 	EXPECT_EQ(made.id, 1);
-	EXPECT_EQ(nodes(map.get(), 1), (Lines{"1 COMMON_CONFIG c4 n2", "2 PROPERTY c3", "3 STRING 'label'",
-					      "4 GENERAL c5", "5 RIU {5=6 7=8}"}));
+	EXPECT_EQ(nodes(map.get(), 1),
+		  (Lines{"1 COMMON_CONFIG c4 n2", "2 PROPERTY c3", "3 STRING 'label'",
+			 "4 GENERAL c5", "5 RIU {5=6 7=8}"}));
 }
 
 TEST_F(PimCommonSearch, ConfigurationWithoutANodeIsInvalid)
@@ -346,7 +354,8 @@ TEST_F(PimCommon, RandomGroupsAgreeWithASimpleModel)
 		for (size_t i = 0; i < members.size(); ++i) {
 			std::vector<Pair> left;
 			for (const Pair &pair : members[i]) {
-				if (i == 0 || std::find(common.begin(), common.end(), pair) != common.end())
+				if (i == 0 ||
+				    std::find(common.begin(), common.end(), pair) != common.end())
 					left.push_back(pair);
 			}
 			common = left;

@@ -58,7 +58,8 @@ TEST_F(PimConfig, BlocksStandInFixedOrderWhateverTheDocumentsOrder)
 {
 	EXPECT_TRUE(insert(config(
 		"'cus_swreg': {'C1': 8, 'C0': 9}, 'hwaddr': {'0x1F0': 7}, 'alg': {'E': 'other'}, "
-		"'lut': {'L1': 'file', 'L0': 'other'}, 'swreg': {'V1': 5}, 'hwreg': {'R2': 3, 'R1': 4}")));
+		"'lut': {'L1': 'file', 'L0': 'other'}, 'swreg': {'V1': 5}, 'hwreg': {'R2': 3, "
+		"'R1': 4}")));
 	ASSERT_EQ(first, 24u);
 	EXPECT_EQ(nodes(map.get(), 24), (Lines{
 		"24 IP_CONFIG c27 n25",
@@ -93,21 +94,24 @@ TEST_F(PimConfig, ArrayFormGivesTheSameNodesAsObjectForm)
 		delivered(sections);
 		return nodes(map.get());
 	};
-	EXPECT_EQ(nodes_of("'hwreg': [{'R2': 3}, {'R1': 4}], 'swreg': [{'V1': 5}], 'lut': [{'L1': "
-			   "'file'}, {'L0': 'other'}], 'alg': [{'E': 'other'}], 'hwaddr': [{'0x1F0': "
-			   "7}], 'cus_swreg': [{'C1': 8}, {'C0': 9}]"),
-		  nodes_of("'hwreg': {'R2': 3, 'R1': 4}, 'swreg': {'V1': 5}, 'lut': {'L1': 'file', "
-			   "'L0': 'other'}, 'alg': {'E': 'other'}, 'hwaddr': {'0x1F0': 7}, "
-			   "'cus_swreg': {'C1': 8, 'C0': 9}"));
+	EXPECT_EQ(
+		nodes_of("'hwreg': [{'R2': 3}, {'R1': 4}], 'swreg': [{'V1': 5}], 'lut': [{'L1': "
+			 "'file'}, {'L0': 'other'}], 'alg': [{'E': 'other'}], 'hwaddr': [{'0x1F0': "
+			 "7}], 'cus_swreg': [{'C1': 8}, {'C0': 9}]"),
+		nodes_of("'hwreg': {'R2': 3, 'R1': 4}, 'swreg': {'V1': 5}, 'lut': {'L1': 'file', "
+			 "'L0': 'other'}, 'alg': {'E': 'other'}, 'hwaddr': {'0x1F0': 7}, "
+			 "'cus_swreg': {'C1': 8, 'C0': 9}"));
 }
 
 TEST_F(PimConfig, OnlyTheFirstMemberOfAnElementIsRead)
 {
-	EXPECT_EQ(delivered("'hwreg': [{'R0': 1, 'R1': 2}, {'R2': 3, 'Unknown': 4}], 'swreg': [{'V0': "
-			    "5, 'V1': 6}], 'hwaddr': [{'0x4': 7, '0x8': 8}], 'cus_swreg': [{'C0': 9, "
-			    "'C1': 10}]"),
-		  (Lines{"REGISTER {0=1 2=3}", "VREGISTER {100=5}", "ADDR {4=7}",
-			 "CUS_VREGISTER {200=9}"}));
+	EXPECT_EQ(
+		delivered(
+			"'hwreg': [{'R0': 1, 'R1': 2}, {'R2': 3, 'Unknown': 4}], 'swreg': [{'V0': "
+			"5, 'V1': 6}], 'hwaddr': [{'0x4': 7, '0x8': 8}], 'cus_swreg': [{'C0': 9, "
+			"'C1': 10}]"),
+		(Lines{"REGISTER {0=1 2=3}", "VREGISTER {100=5}", "ADDR {4=7}",
+		       "CUS_VREGISTER {200=9}"}));
 }
 
 TEST_F(PimConfig, SectionWithoutEntriesStoresNothing)
@@ -125,7 +129,8 @@ TEST_F(PimConfig, SectionWithoutEntriesStoresNothing)
 TEST_F(PimConfig, SectionWhoseEntriesAreAllBadStoresNothing)
 {
 	const size_t nodes_before = first + 3;
-	EXPECT_EQ(delivered("'hwreg': {'X': 1}, 'swreg': {'X': 1}, 'lut': {'X': 'file'}, 'alg': {'X': 1},"
+	EXPECT_EQ(delivered("'hwreg': {'X': 1}, 'swreg': {'X': 1}, 'lut': {'X': 'file'}, 'alg': "
+			    "{'X': 1},"
 			    "'hwaddr': {'X': 1}, 'cus_swreg': {'X': 1}"),
 		  Lines{});
 	EXPECT_EQ(node_count(map.get()), nodes_before);
@@ -146,8 +151,9 @@ TEST_F(PimConfig, OtherKeysAreIgnored)
 
 TEST_F(PimConfig, SameConfigurationInAPresetSettingHasTheSameBlocks)
 {
-	EXPECT_TRUE(insert(setting("'1.PresetRegs': 'T', 'group': {'M': {'hwreg': {'R0': 1}, 'swreg': "
-				   "{'V0': 2}, 'lut': {'L0': 'file'}, 'cus_swreg': {'C0': 3}}}")));
+	EXPECT_TRUE(
+		insert(setting("'1.PresetRegs': 'T', 'group': {'M': {'hwreg': {'R0': 1}, 'swreg': "
+			       "{'V0': 2}, 'lut': {'L0': 'file'}, 'cus_swreg': {'C0': 3}}}")));
 	EXPECT_EQ(load(map.get(), preset_id("S#M")),
 		  (Lines{"REGISTER {0=1}", "VREGISTER {100=2}", "table0 DATA [bytes]",
 			 "CUS_VREGISTER {200=3}"}));
@@ -166,7 +172,8 @@ struct RegisterSection {
 	const char *unknown;
 };
 constexpr RegisterSection kRegisterSections[] = {
-	{"hwreg", "__pim_get_hwregister", "R2", "R3", "V0", "REGISTER", 2, "Cannot find hw_register "},
+	{"hwreg", "__pim_get_hwregister", "R2", "R3", "V0", "REGISTER", 2,
+	 "Cannot find hw_register "},
 	{"swreg", "__pim_get_swregister", "V0", "V1", "C0", "VREGISTER", 100,
 	 "Cannot find sw_register "},
 	{"cus_swreg", "__pim_get_cus_swregister", "C0", "C1", "R0", "CUS_VREGISTER", 200,
@@ -181,8 +188,9 @@ TEST_F(PimConfigRegisters, AreLookedUpInTheirOwnListOnly)
 					 "': 1, '" + row.known + "': 2, '': 3}";
 		const std::string position = std::to_string(row.position);
 		EXPECT_EQ(delivered(text), (Lines{std::string(row.tag) + " {" + position + "=2}"}));
-		EXPECT_EQ(take_log(), message(row.function, row.unknown + std::string(row.foreign)) +
-					      message(row.function, row.unknown));
+		EXPECT_EQ(take_log(),
+			  message(row.function, row.unknown + std::string(row.foreign)) +
+				  message(row.function, row.unknown));
 	}
 }
 
@@ -193,11 +201,12 @@ TEST_F(PimConfigRegisters, WithoutANumberAreReportedAndSkipped)
 					  "[5]", "''"}) {
 			SCOPED_TRACE(std::string(row.key) + ": " + value);
 			const std::string name = row.known;
-			EXPECT_EQ(delivered(std::string("'") + row.key + "': {'" + name + "': " + value +
-					    ", '" + row.known_too + "': 6}"),
+			EXPECT_EQ(delivered(std::string("'") + row.key + "': {'" + name +
+					    "': " + value + ", '" + row.known_too + "': 6}"),
 				  (Lines{std::string(row.tag) + " {" +
 					 std::to_string(row.position + 1) + "=6}"}));
-			EXPECT_EQ(take_log(), message(row.function, "Invalid entry found at " + name));
+			EXPECT_EQ(take_log(),
+				  message(row.function, "Invalid entry found at " + name));
 		}
 	}
 }
@@ -214,7 +223,8 @@ TEST_F(PimConfigRegisters, ElementWithoutAMemberIsReportedWithAnEmptyName)
 		SCOPED_TRACE(row.key);
 		EXPECT_EQ(delivered(std::string("'") + row.key + "': [{}, {'" + row.known +
 				    "': 4}, 5, []]"),
-			  (Lines{std::string(row.tag) + " {" + std::to_string(row.position) + "=4}"}));
+			  (Lines{std::string(row.tag) + " {" + std::to_string(row.position) +
+				 "=4}"}));
 		const std::string line = message(row.function, "Invalid entry found at ");
 		EXPECT_EQ(take_log(), line + line + line);
 	}
@@ -241,20 +251,22 @@ TEST_F(PimConfigRegisters, KeepTheLowHalfOfTheNumber)
 	for (const RegisterSection &row : kRegisterSections) {
 		for (const auto &value : cases) {
 			SCOPED_TRACE(std::string(row.key) + ": " + value.value);
-			EXPECT_EQ(delivered(std::string("'") + row.key + "': {'" + row.known +
-					    "': " + value.value + "}"),
-				  (Lines{std::string(row.tag) + " {" + std::to_string(row.position) +
-					 "=" + std::to_string(value.stored) + "}"}));
+			EXPECT_EQ(
+				delivered(std::string("'") + row.key + "': {'" + row.known +
+					  "': " + value.value + "}"),
+				(Lines{std::string(row.tag) + " {" + std::to_string(row.position) +
+				       "=" + std::to_string(value.stored) + "}"}));
 		}
 	}
 }
 
 TEST_F(PimConfigRegisters, KeepOrderRepetitionsAndNamesInAnyLetterCase)
 {
-	EXPECT_EQ(delivered("'hwreg': [{'R3': 1}, {'R0': 2}, {'r3': 1}, {'R3': 4}], 'swreg': [{'v1': 1}, "
-			    "{'V0': 2}, {'V1': 1}], 'cus_swreg': [{'c1': 1}, {'C0': 2}, {'C1': 1}]"),
-		  (Lines{"REGISTER {3=1 0=2 3=1 3=4}", "VREGISTER {101=1 100=2 101=1}",
-			 "CUS_VREGISTER {201=1 200=2 201=1}"}));
+	EXPECT_EQ(
+		delivered("'hwreg': [{'R3': 1}, {'R0': 2}, {'r3': 1}, {'R3': 4}], 'swreg': [{'v1': "
+			  "1}, {'V0': 2}, {'V1': 1}], 'cus_swreg': [{'c1': 1}, {'C0': 2}, {'C1': 1}]"),
+		(Lines{"REGISTER {3=1 0=2 3=1 3=4}", "VREGISTER {101=1 100=2 101=1}",
+		       "CUS_VREGISTER {201=1 200=2 201=1}"}));
 }
 
 TEST_F(PimConfigRegisters, OfSoftwareMayHaveNegativePositions)
@@ -275,7 +287,8 @@ TEST_F(PimConfigRegisters, WithTheValueThatMeansNoneAreNotFound)
 
 TEST_F(PimConfigRegisters, OfAPlainGroupAreNeverShared)
 {
-	EXPECT_TRUE(insert(setting("'group': {'M': {'hwreg': {'R0': 1}}, 'N': {'hwreg': {'R0': 1}}}")));
+	EXPECT_TRUE(
+		insert(setting("'group': {'M': {'hwreg': {'R0': 1}}, 'N': {'hwreg': {'R0': 1}}}")));
 	EXPECT_EQ(loaded("S#M"), (Lines{"REGISTER {0=1}"}));
 	EXPECT_EQ(loaded("S#N"), (Lines{"REGISTER {0=1}"}));
 }
@@ -315,8 +328,8 @@ TEST_F(PimConfigFiles, TableNeedsAKnownLabelAndAKnownFile)
 		SCOPED_TRACE(row.entry);
 		EXPECT_EQ(delivered(std::string("'lut': {") + row.entry + ", 'L1': 'file'}"),
 			  (Lines{"table1 DATA [bytes]"}));
-		EXPECT_EQ(take_log(),
-			  message("__pim_get_lut", "Cannot find lut file " + std::string(row.shown)));
+		EXPECT_EQ(take_log(), message("__pim_get_lut",
+					      "Cannot find lut file " + std::string(row.shown)));
 	}
 }
 
@@ -377,10 +390,11 @@ TEST_F(PimConfigFiles, AlgorithmNeedsAKnownFileAndAnyName)
 	};
 	for (const auto &row : cases) {
 		SCOPED_TRACE(row.entry);
-		EXPECT_EQ(delivered(std::string("'alg': {") + row.entry + ", 'Any-name+ 1': 'file'}"),
-			  (Lines{"algorithm DATA [bytes] 'Any-name+ 1'"}));
-		EXPECT_EQ(take_log(),
-			  message("__pim_get_alg", "Cannot find alg file " + std::string(row.shown)));
+		EXPECT_EQ(
+			delivered(std::string("'alg': {") + row.entry + ", 'Any-name+ 1': 'file'}"),
+			(Lines{"algorithm DATA [bytes] 'Any-name+ 1'"}));
+		EXPECT_EQ(take_log(), message("__pim_get_alg",
+					      "Cannot find alg file " + std::string(row.shown)));
 	}
 }
 
@@ -427,12 +441,13 @@ TEST_F(PimConfigAddresses, AreReadInTheBaseThatTheirPrefixNames)
 
 TEST_F(PimConfigAddresses, OfZeroOrWithoutANumberAreReportedAndSkipped)
 {
-	for (const char *key : {"0", "0x0", "00", "", "R0", "0x", "08", "1.5", "-1", " 1", "1 ", "1F",
-				"18446744073709551616", "0x1G"}) {
+	for (const char *key : {"0", "0x0", "00", "", "R0", "0x", "08", "1.5", "-1", " 1", "1 ",
+				"1F", "18446744073709551616", "0x1G"}) {
 		SCOPED_TRACE(key);
 		EXPECT_EQ(delivered(std::string("'hwaddr': {'") + key + "': 5, '4': 6}"),
 			  (Lines{"ADDR {4=6}"}));
-		EXPECT_EQ(take_log(), message("__pim_get_hwaddr", "Error hw_addr " + std::string(key)));
+		EXPECT_EQ(take_log(),
+			  message("__pim_get_hwaddr", "Error hw_addr " + std::string(key)));
 	}
 }
 

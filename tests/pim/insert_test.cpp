@@ -114,7 +114,8 @@ TEST_F(PimInsert, KeysAreFoundInAnyLetterCase)
 	ASSERT_TRUE(pim_insert_alg_handler(map.get(), record_algorithm));
 	add_file("file", "bytes");
 	EXPECT_TRUE(insert(
-		"{'VEXILVERSION': {'#VERSION': {'majorversion': 2, 'MINORVERSION': 2, 'revision': 3}},"
+		"{'VEXILVERSION': {'#VERSION': {'majorversion': 2, 'MINORVERSION': 2, 'revision': "
+		"3}},"
 		" 'pqfuncgroups': {'A': {'#Version': {'MAJORVERSION': 2}, 'SETTINGS': {"
 		"  'S': {'CommonReg': true, '1.pqLEVEL': 'L3', 'GROUP': {"
 		"   'M': {'HwReg': {'r0': 1, 'r1': 2}, 'SWREG': {'V': 5}, 'Lut': {'LABEL': 'FILE'},"
@@ -162,7 +163,8 @@ TEST_F(PimInsertVersion, TwoZeroToTwoTwoAreAcceptedOthersRefusedSilently)
 	for (const Gate &gate : kGates) {
 		SCOPED_TRACE(std::string(gate.major) + "." + gate.minor);
 		ASSERT_TRUE(map.init());
-		EXPECT_EQ(insert("{'VexilVersion': {" + version_object(gate.major, gate.minor, "77") +
+		EXPECT_EQ(insert("{'VexilVersion': {" +
+				 version_object(gate.major, gate.minor, "77") +
 				 "}, 'PqFuncGroups': {" + bare_ip("A") + "}}"),
 			  gate.accepted);
 		EXPECT_EQ(node_count(map.get()), gate.accepted ? 1 + kNodesOfAnIp : 1);
@@ -173,7 +175,8 @@ TEST_F(PimInsertVersion, TwoZeroToTwoTwoAreAcceptedOthersRefusedSilently)
 TEST_F(PimInsertVersion, RefusedVersionStaysInTheMap)
 {
 	EXPECT_FALSE(insert("{'VexilVersion': {'#version': {'MajorVersion': 3, 'MinorVersion': 4, "
-			    "'Revision': 5, 'Note': 'n'}}, 'PqFuncGroups': {" + bare_ip("A") + "}}"));
+			    "'Revision': 5, 'Note': 'n'}}, 'PqFuncGroups': {" +
+			    bare_ip("A") + "}}"));
 	EXPECT_EQ(map->total_version, (vexil_version{3, 4, 5}));
 	EXPECT_STREQ(map->cus_version, "n");
 	EXPECT_EQ(node_count(map.get()), 1u);
@@ -210,7 +213,8 @@ TEST_F(PimInsertVersion, TextFormIsHexadecimalMajorAndMinor)
 TEST_F(PimInsertVersion, LaterShorterNoteLeavesNoTail)
 {
 	const auto note = [](const std::string &text) {
-		return "{'VexilVersion': {'#version': {'MajorVersion': 2, 'Note': '" + text + "'}}}";
+		return "{'VexilVersion': {'#version': {'MajorVersion': 2, 'Note': '" + text +
+		       "'}}}";
 	};
 	EXPECT_TRUE(insert(note(std::string(40, 'x'))));
 	EXPECT_EQ(std::string(map->cus_version), std::string(31, 'x'));
@@ -222,9 +226,9 @@ TEST_F(PimInsertVersion, LaterShorterNoteLeavesNoTail)
 
 TEST_F(PimInsertVersion, OfTheChainCarriesOverToObjectsWithoutTheirOwn)
 {
-	EXPECT_TRUE(insert(groups(bare_ip("A") + ", " + bare_ip("B", version_object("2", "1", "5")) +
-				  ", " + bare_ip("C") + ", 'F': {" + bare_ip("D") + "}, " +
-				  bare_ip("E"))));
+	EXPECT_TRUE(insert(
+		groups(bare_ip("A") + ", " + bare_ip("B", version_object("2", "1", "5")) + ", " +
+		       bare_ip("C") + ", 'F': {" + bare_ip("D") + "}, " + bare_ip("E"))));
 	EXPECT_EQ(version_of(map.get(), "A"), (vexil_version{0, 0, 0}));
 	EXPECT_EQ(version_of(map.get(), "B"), (vexil_version{2, 1, 5}));
 	EXPECT_EQ(version_of(map.get(), "C"), (vexil_version{2, 1, 5}));
@@ -328,8 +332,9 @@ TEST_F(PimInsert, PlainSettingBecomesTheseNodes)
 TEST_F(PimInsert, CommonGroupBecomesTheseNodes)
 {
 	add_registers(3);
-	EXPECT_TRUE(insert(setting("'commonReg': true, 'group': {'M1': {'hwreg': {'R0': 1, 'R1': 2}}, "
-				   "'M2': {'hwreg': {'R0': 1, 'R1': 3}}}")));
+	EXPECT_TRUE(
+		insert(setting("'commonReg': true, 'group': {'M1': {'hwreg': {'R0': 1, 'R1': 2}}, "
+			       "'M2': {'hwreg': {'R0': 1, 'R1': 3}}}")));
 	EXPECT_EQ(nodes(map.get(), 7), (Lines{
 		"7 GENERAL c8",
 		"8 IP_SETTING c13 n9",
@@ -430,8 +435,8 @@ TEST_F(PimInsertStore, RecordsFollowOneAnotherAtMultiplesOfEight)
 
 TEST_F(PimInsertFolder, IsAnIpNodeBeforeItsChildrenAllUnderTheRoot)
 {
-	EXPECT_TRUE(insert(groups("'F': {" + version_object("2", "2", "9") + ", 'Note': 'x', 'G': {" +
-				  bare_ip("A") + "}}, " + bare_ip("B"))));
+	EXPECT_TRUE(insert(groups("'F': {" + version_object("2", "2", "9") +
+				  ", 'Note': 'x', 'G': {" + bare_ip("A") + "}}, " + bare_ip("B"))));
 	EXPECT_EQ(nodes(map.get()), (Lines{
 		"0 GENERAL c1",
 		"1 GENERAL c2 n7",
@@ -585,7 +590,8 @@ TEST_F(PimInsert, RepeatedLabelKeepsTheFirstInTheIndex)
 {
 	add_registers(2);
 	EXPECT_TRUE(insert(setting("'group': {'M': {'hwreg': {'R0': 1}}}")));
-	EXPECT_TRUE(insert(groups("'B': {'settings': {'s': {'group': {'m': {'hwreg': {'R1': 2}}}}}}")));
+	EXPECT_TRUE(
+		insert(groups("'B': {'settings': {'s': {'group': {'m': {'hwreg': {'R1': 2}}}}}}")));
 	EXPECT_EQ(loaded("S#M"), (Lines{"REGISTER {0=1}"}));
 	EXPECT_EQ(node(setting_id("S#M") + 18u), "32 IP_CONFIG c35 n33");
 	EXPECT_EQ(load(map.get(), u16{32}), (Lines{"REGISTER {1=2}"}));
@@ -594,7 +600,8 @@ TEST_F(PimInsert, RepeatedLabelKeepsTheFirstInTheIndex)
 TEST_F(PimInsert, NameOutsideTheAlphabetIsStoredButNotIndexed)
 {
 	add_registers(1);
-	EXPECT_TRUE(insert(groups("'A-1': {'settings': {'S': {'group': {'M+2': {'hwreg': {'R0': 1}}}}}}")));
+	EXPECT_TRUE(insert(
+		groups("'A-1': {'settings': {'S': {'group': {'M+2': {'hwreg': {'R0': 1}}}}}}")));
 	EXPECT_EQ(take_log(), "[ctrie_insert][176]insert wrong string member = 45\n"
 			      "[ctrie_insert][176]insert wrong string member = 43\n");
 	EXPECT_EQ(node(4), "4 STRING 'A-1'");
@@ -637,8 +644,8 @@ TEST_F(PimInsertSetting, WithoutAnyKeyIsOrdinaryAndOfTheDefaultLevel)
 
 TEST_F(PimInsertSetting, WithoutGroupMembersHasNoConfigurationsNotEvenACommonOne)
 {
-	for (const char *group : {"", ", 'group': {}", ", 'group': []", ", 'group': 5", ", 'group': null",
-				  ", 'group': 'text'"}) {
+	for (const char *group : {"", ", 'group': {}", ", 'group': []", ", 'group': 5",
+				  ", 'group': null", ", 'group': 'text'"}) {
 		SCOPED_TRACE(group);
 		ASSERT_TRUE(map.init());
 		EXPECT_TRUE(insert(setting(std::string("'commonReg': true") + group)));
@@ -682,8 +689,9 @@ TEST_F(PimInsertSetting, OnlyTrueMakesACommonGroup)
 TEST_F(PimInsertSetting, PresetWinsOverLevelAndCommonGroup)
 {
 	add_registers(1);
-	EXPECT_TRUE(insert(setting("'1.PQlevel': 'SYNC', 'commonReg': true, '1.PresetRegs': 'T', "
-				   "'group': {'M': {'hwreg': {'R0': 1}}, 'N': {'hwreg': {'R0': 1}}}")));
+	EXPECT_TRUE(
+		insert(setting("'1.PQlevel': 'SYNC', 'commonReg': true, '1.PresetRegs': 'T', "
+			       "'group': {'M': {'hwreg': {'R0': 1}}, 'N': {'hwreg': {'R0': 1}}}")));
 	EXPECT_EQ(node(13), "13 LEVEL 6");
 	EXPECT_EQ(setting_id("S#commonReg"), VEXIL_NO_ID);
 	EXPECT_EQ(load(map.get(), preset_id("S#M")), (Lines{"REGISTER {0=1}"}));
@@ -714,9 +722,10 @@ TEST_F(PimInsertSetting, EmptyTableNameMakesAPresetToo)
 TEST_F(PimInsertSetting, PresetAndPlainConfigurationMayShareALabel)
 {
 	add_registers(2);
-	EXPECT_TRUE(insert(groups("'A': {'settings': {'S': {'group': {'M': {'hwreg': {'R0': 1}}}}}},"
-				  "'B': {'settings': {'S': {'1.PresetRegs': 'T', 'group': {"
-				  "'M': {'hwreg': {'R1': 2}}}}}}")));
+	EXPECT_TRUE(
+		insert(groups("'A': {'settings': {'S': {'group': {'M': {'hwreg': {'R0': 1}}}}}},"
+			      "'B': {'settings': {'S': {'1.PresetRegs': 'T', 'group': {"
+			      "'M': {'hwreg': {'R1': 2}}}}}}")));
 	EXPECT_EQ(load(map.get(), setting_id("S#M")), (Lines{"REGISTER {0=1}"}));
 	EXPECT_EQ(load(map.get(), preset_id("S#M")), (Lines{"REGISTER {1=2}"}));
 }
@@ -814,13 +823,15 @@ TEST_F(PimInsertSetting, ThatFailsIsNotLinkedAndWhatCameBeforeStays)
 {
 	add_registers(1);
 	const std::string too_long(256, 'm');
-	EXPECT_FALSE(insert(groups("'A': {'settings': {'S1': {'group': {'M': {'hwreg': {'R0': 1}}}}, "
-				   "'S2': {'group': {'M': {'hwreg': {'R0': 2}}, '" + too_long +
-				   "': {}}}, 'S3': {'group': {'M': {}}}}}, " + bare_ip("B"))));
+	EXPECT_FALSE(insert(
+		groups("'A': {'settings': {'S1': {'group': {'M': {'hwreg': {'R0': 1}}}}, "
+		       "'S2': {'group': {'M': {'hwreg': {'R0': 2}}, '" +
+		       too_long + "': {}}}, 'S3': {'group': {'M': {}}}}}, " + bare_ip("B"))));
 	EXPECT_EQ(take_log(), kLabelJoinError + failed_to_convert("S2") + "\n");
 	EXPECT_EQ(node(7), "7 GENERAL c8"); // S1's holder is the last
 	EXPECT_EQ(loaded("S1#M"), (Lines{"REGISTER {0=1}"}));
-	EXPECT_EQ(loaded("S2#M"), (Lines{"REGISTER {0=2}"})); // made, and indexed, before the failure
+	EXPECT_EQ(loaded("S2#M"),
+		  (Lines{"REGISTER {0=2}"})); // made, and indexed, before the failure
 	EXPECT_EQ(setting_id("S3#M"), VEXIL_NO_ID);
 	EXPECT_EQ(ctrie_find(&map->ip_map, "B"), INT_MIN);
 }
@@ -879,8 +890,9 @@ void prepare_every_shape(pim *map)
 	ASSERT_TRUE(pim_insert_handler(map, "L", record_table<0>));
 	ASSERT_TRUE(pim_insert_alg_handler(map, record_algorithm));
 	ASSERT_TRUE(pim_insert_file(map, "file", "bytes", 5));
-	ASSERT_TRUE(insert(map, groups("'Before': {'settings': {'Before': {'group': {'M': {'hwreg': "
-				       "{'R0': 9}}}}}}")));
+	ASSERT_TRUE(
+		insert(map, groups("'Before': {'settings': {'Before': {'group': {'M': {'hwreg': "
+				   "{'R0': 9}}}}}}")));
 }
 
 TEST_F(PimInsertStore, EveryNodeOfADocumentCanBeTheOneThatIsNotThere)
@@ -893,20 +905,22 @@ TEST_F(PimInsertStore, EveryNodeOfADocumentCanBeTheOneThatIsNotThere)
 	ASSERT_EQ(needed, 2 * 6 + 2 * 6 + 1 + 6 + 3 * 4 + 5 * 2 + 2 * 4);
 
 	for (size_t room = 0; room <= needed; ++room) {
-		SCOPED_TRACE(std::to_string(room) + " of " + std::to_string(needed) + " nodes left");
+		SCOPED_TRACE(std::to_string(room) + " of " + std::to_string(needed) +
+			     " nodes left");
 		ASSERT_TRUE(map.init());
 		prepare_every_shape(map.get());
 		while (node_count(map.get()) < kMaxNodes - room)
-			ASSERT_NE(extmem_request_node(&map->builder, EXTMEM_TAG_UNSPECIFIED).id, 0xFFFF);
+			ASSERT_NE(extmem_request_node(&map->builder, EXTMEM_TAG_UNSPECIFIED).id,
+				  0xFFFF);
 		EXPECT_EQ(insert(every_shape()), room == needed);
 		EXPECT_EQ(loaded("Before#M"), (Lines{"REGISTER {0=9}"}));
 		const std::string log = take_log();
 		if (room == needed) {
 			EXPECT_EQ(log, "");
 			EXPECT_EQ(loaded("S#M"),
-				  (Lines{"REGISTER {1=2}", "VREGISTER {10=3}", "table0 DATA [bytes]",
-					 "ADDR {64=4}", "CUS_VREGISTER {20=5}",
-					 "algorithm DATA [bytes] 'E'"}));
+				  (Lines{"REGISTER {1=2}", "VREGISTER {10=3}",
+					 "table0 DATA [bytes]", "ADDR {64=4}",
+					 "CUS_VREGISTER {20=5}", "algorithm DATA [bytes] 'E'"}));
 		} else if (room >= 2 * kNodesOfAnIp) {
 			EXPECT_TRUE(log == failed_to_convert("S") + "\n" ||
 				    log == failed_to_convert("P") + "\n")
@@ -934,7 +948,8 @@ TEST_F(PimInsertStore, EveryAllocationOfADocumentCanFail)
 			prepare_every_shape(map.get());
 			bool done;
 			{
-				const Refuse refuse = all_later ? Refuse::from(nth) : Refuse::only(nth);
+				const Refuse refuse =
+					all_later ? Refuse::from(nth) : Refuse::only(nth);
 				done = pim_insert(map.get(), document.get());
 				refused = refuse.happened();
 			}

@@ -34,7 +34,8 @@ protected:
 	u32 load_within(u32 budget)
 	{
 		blocks.clear();
-		return pim_load_setting_count(map.get(), configuration, budget, record_block, &blocks);
+		return pim_load_setting_count(map.get(), configuration, budget, record_block,
+					      &blocks);
 	}
 
 	PimImage plan;
@@ -66,8 +67,9 @@ u32 negative(u32 amount)
 
 TEST_F(PimQuery, AnswersWithTheNodeIdOfALabelInAnyLetterCase)
 {
-	EXPECT_TRUE(insert(groups("'A': {'settings': {'S': {'group': {'M': {}}}, 'P': {'1.PresetRegs': "
-				  "'T', 'group': {'M': {}}}}}")));
+	EXPECT_TRUE(
+		insert(groups("'A': {'settings': {'S': {'group': {'M': {}}}, 'P': {'1.PresetRegs': "
+			      "'T', 'group': {'M': {}}}}}")));
 	EXPECT_EQ(pim_query_setting_id(map.get(), "S#M"), 14);
 	EXPECT_EQ(pim_query_setting_id(map.get(), "s#m"), 14);
 	EXPECT_EQ(pim_query_preset_id(map.get(), "P#M"), 25);
@@ -122,7 +124,8 @@ TEST_F(PimLoadByName, PlainConfigurationsComeBeforePresets)
 	const u16 table = plan.add_text("T");
 	plan.list(plan.preset(setting_node, "S#M", table), pairs_of(2));
 	plan.list(plan.preset(setting_node, "P#M", table), pairs_of(3));
-	plan.list(plan.config(setting_node, "C#M", EXTMEM_TAG_IP_COMMON_REG_CONFIG), pairs_of(4), 46);
+	plan.list(plan.config(setting_node, "C#M", EXTMEM_TAG_IP_COMMON_REG_CONFIG), pairs_of(4),
+		  46);
 	EXPECT_EQ(load(adopted(), "S#M"), (Lines{"REGISTER {0=0}"}));
 	EXPECT_EQ(loaded("P#M"), (Lines{"REGISTER {0=0 1=1 2=2}"}));
 	EXPECT_EQ(loaded("C#M"), (Lines{"RIU {0=0 1=1 2=2 3=3}"}));
@@ -177,7 +180,8 @@ TEST_F(PimLoadById, IdsOutsideTheMapAreReportedAndKeepTheBudget)
 		pim_load_setting(map.get(), id, false, record_block, &blocks);
 		EXPECT_EQ(take_log(), "[VEXIL][PIM][pim_load_setting" + line);
 		for (const u32 budget : {0u, 7u, 0xFFFFFFu, negative(1)}) {
-			EXPECT_EQ(pim_load_setting_count(map.get(), id, budget, record_block, &blocks),
+			EXPECT_EQ(pim_load_setting_count(map.get(), id, budget, record_block,
+							 &blocks),
 				  budget);
 			EXPECT_EQ(take_log(), "[VEXIL][PIM][pim_load_setting_count" + line);
 		}
@@ -204,7 +208,8 @@ TEST_F(PimLoadById, NullArgumentsAreSilentAndGiveTheBudgetBack)
 	pim_load_setting(map.get(), 65535, false, nullptr, &blocks);
 	EXPECT_EQ(pim_load_setting_count(nullptr, configuration, 12, record_block, &blocks), 12u);
 	EXPECT_EQ(pim_load_setting_count(map.get(), configuration, 12, nullptr, &blocks), 12u);
-	EXPECT_EQ(pim_load_setting_count(map.get(), 65535, negative(3), nullptr, &blocks), negative(3));
+	EXPECT_EQ(pim_load_setting_count(map.get(), 65535, negative(3), nullptr, &blocks),
+		  negative(3));
 	EXPECT_EQ(blocks, Lines{});
 }
 
@@ -235,7 +240,8 @@ TEST_F(PimLoadById, NodesThatAreNoConfigurationsDeliverNothing)
 
 TEST_F(PimLoadById, ConfigurationsOfAnyKindAreLoadedByTheirId)
 {
-	const u16 common = plan.config(setting_node, "S#commonReg", EXTMEM_TAG_IP_COMMON_REG_CONFIG);
+	const u16 common =
+		plan.config(setting_node, "S#commonReg", EXTMEM_TAG_IP_COMMON_REG_CONFIG);
 	plan.list(common, pairs_of(1), 46);
 	const u16 preset = plan.preset(setting_node, "P#M", plan.add_text("T"));
 	plan.list(preset, pairs_of(2));
@@ -248,13 +254,17 @@ TEST_F(PimLoadById, WorkerGivesTheBudgetBackForNodesThatAreNotThere)
 {
 	block(36, 2);
 	adopted();
-	EXPECT_EQ(__pim_load_node(map.get(), node_d{0xFFFF, &map->builder}, 4, record_block, &blocks), 4u);
-	EXPECT_EQ(__pim_load_node(map.get(), node_d{0xFFFF, nullptr}, 4, record_block, &blocks), 4u);
-	EXPECT_EQ(__pim_load_node(map.get(), node_at(map.get(), node_count(map.get())), 4, record_block,
-				  &blocks),
+	EXPECT_EQ(
+		__pim_load_node(map.get(), node_d{0xFFFF, &map->builder}, 4, record_block, &blocks),
+		4u);
+	EXPECT_EQ(__pim_load_node(map.get(), node_d{0xFFFF, nullptr}, 4, record_block, &blocks),
+		  4u);
+	EXPECT_EQ(__pim_load_node(map.get(), node_at(map.get(), node_count(map.get())), 4,
+				  record_block, &blocks),
 		  4u);
 	EXPECT_EQ(blocks, Lines{});
-	EXPECT_EQ(__pim_load_node(map.get(), node_at(map.get(), configuration), 4, record_block, &blocks),
+	EXPECT_EQ(__pim_load_node(map.get(), node_at(map.get(), configuration), 4, record_block,
+				  &blocks),
 		  2u);
 	EXPECT_EQ(blocks.size(), 1u);
 }
@@ -273,7 +283,8 @@ TEST_F(PimLoadRoute, RegisterBlocksGoToTheCallbackInOrderOthersArePassedOver)
 			continue;
 		}
 		block(tag, 3);
-		const bool is_charged = std::count(std::begin(kChargedTags), std::end(kChargedTags), tag);
+		const bool is_charged =
+			std::count(std::begin(kChargedTags), std::end(kChargedTags), tag);
 		const bool is_free = std::count(std::begin(kFreeTags), std::end(kFreeTags), tag);
 		charged += is_charged ? 3 : 0;
 		if (is_charged || is_free)
@@ -345,7 +356,8 @@ TEST_F(PimLoadRoute, ImageMayLieAtAnyAddress)
 		std::copy(written.bytes().begin(), written.bytes().end(),
 			  memory.begin() + static_cast<std::ptrdiff_t>(shift));
 		Map moved;
-		ASSERT_TRUE(pim_init(moved.out(), memory.data() + shift, written.size(), nullptr, 0));
+		ASSERT_TRUE(
+			pim_init(moved.out(), memory.data() + shift, written.size(), nullptr, 0));
 		pim_insert_alg_handler(moved.get(), record_algorithm);
 		EXPECT_EQ(load(moved.get(), "S#M"), expected) << shift;
 	}
@@ -508,7 +520,8 @@ TEST_F(PimLoadFile, MissingFileStopsTheConfiguration)
 		adopted();
 		EXPECT_EQ(load_within(10), 8u);
 		EXPECT_EQ(blocks, (Lines{"REGISTER {0=0 1=1}"}));
-		EXPECT_EQ(take_log(), "[VEXIL][PIM][__pim_load_node] Cannot find file missing.bin\n");
+		EXPECT_EQ(take_log(),
+			  "[VEXIL][PIM][__pim_load_node] Cannot find file missing.bin\n");
 	}
 }
 
@@ -645,8 +658,10 @@ TEST_F(PimLoadFile, FileWithoutUsableDataIsReportedByItsNode)
 			EXPECT_EQ(load_within(10), 8u);
 			EXPECT_EQ(blocks, (Lines{"REGISTER {0=0 1=1}"}));
 			EXPECT_EQ(algorithm_log(), Lines{});
-			EXPECT_EQ(take_log(), "[VEXIL][PIM][__pim_load_node] Failed to fetch data from "
-					      "node: " + std::to_string(file) + ". \n");
+			EXPECT_EQ(take_log(),
+				  "[VEXIL][PIM][__pim_load_node] Failed to fetch data from "
+				  "node: " +
+					  std::to_string(file) + ". \n");
 		}
 	}
 }
@@ -696,7 +711,8 @@ TEST_F(PimLoadDamage, CountThatWrapsAsBytesStopsTheConfiguration)
 	for (const u32 count : {0x20000000u, 0x20000001u, 0xFFFFFFFFu}) {
 		plan = PimImage();
 		configuration = plan.config(plan.setting(plan.ip("A"), "S", 5), "S#M");
-		plan.hold(configuration, plan.add_record(36, PimImage::list_bytes(pairs_of(1), count)));
+		plan.hold(configuration,
+			  plan.add_record(36, PimImage::list_bytes(pairs_of(1), count)));
 		adopted();
 		EXPECT_EQ(load_within(10), 10u) << count;
 		EXPECT_EQ(blocks, Lines{});
@@ -763,7 +779,8 @@ TEST_F(PimLoadDamage, CyclicChainOfBlocksEndsAfterAsManyStepsAsThereAreNodes)
 	take_log();
 	EXPECT_GE(delivered.size(), 2u);
 	EXPECT_LE(delivered.size(), before);
-	const u32 left = pim_load_setting_count(map.get(), configuration, 0xFFFFFF, record_block, &blocks);
+	const u32 left =
+		pim_load_setting_count(map.get(), configuration, 0xFFFFFF, record_block, &blocks);
 	EXPECT_EQ(left, 0xFFFFFFu);
 	take_log();
 }

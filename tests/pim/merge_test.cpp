@@ -28,7 +28,8 @@ protected:
 	{
 		ASSERT_TRUE(to.init());
 		for (u32 i = 0; i < 8; ++i)
-			ASSERT_TRUE(pim_insert_regmap(to.get(), ("R" + std::to_string(i)).c_str(), i));
+			ASSERT_TRUE(
+				pim_insert_regmap(to.get(), ("R" + std::to_string(i)).c_str(), i));
 	}
 	static void add(Map &to, const std::string &objects)
 	{
@@ -49,7 +50,8 @@ protected:
 		     id = extmem_get_next(node_at(map.get(), id)).id) {
 			const node_d held = extmem_get_child(node_at(map.get(), id));
 			const node_d property = extmem_get_next(held);
-			const std::string text = node_text(map.get(), extmem_get_child(property).id);
+			const std::string text =
+				node_text(map.get(), extmem_get_child(property).id);
 			const size_t quote = text.find('\'');
 			names.push_back((extmem_fetch_tag(held) == EXTMEM_TAG_FILE ? "file " : "") +
 					text.substr(quote + 1, text.size() - quote - 2));
@@ -67,8 +69,8 @@ using PimMergeArguments = PimMerge;
 using PimMergeStore = PimMerge;
 
 /** IP @name with setting @setting and member "M" that writes @value to @reg. */
-std::string ip(const std::string &name, const std::string &setting, const std::string &reg, int value,
-	       const std::string &level = "L1")
+std::string ip(const std::string &name, const std::string &setting, const std::string &reg,
+	       int value, const std::string &level = "L1")
 {
 	return "'" + name + "': {'settings': {'" + setting + "': {'1.PQlevel': '" + level +
 	       "', 'group': {'M': {'hwreg': {'" + reg + "': " + std::to_string(value) + "}}}}}}";
@@ -151,7 +153,8 @@ TEST_F(PimExport, NullMapOrBufferWritesNothing)
 	map->total_version = {2, 1, 9};
 	EXPECT_EQ(pim_export(map.get(), nullptr), 0u);
 	EXPECT_EQ(map->builder.err_code, EXTMEM_NOMEM);
-	EXPECT_EQ(map->builder.header.total_version, (vexil_version{2, 1, 9})); // filled in all the same
+	EXPECT_EQ(map->builder.header.total_version,
+		  (vexil_version{2, 1, 9})); // filled in all the same
 	EXPECT_EQ(map->builder.header.codeVersion, (vexil_version{2, 2, 2}));
 	EXPECT_EQ(map->builder.header.binType, 1);
 }
@@ -283,8 +286,9 @@ TEST_F(PimMerge, ListsTheBaseInItsOrderThenWhatIsNew)
 
 TEST_F(PimMerge, ReplacementIsWholeNotSettingBySetting)
 {
-	add(base, "'A': {'settings': {'S': {'group': {'M': {'hwreg': {'R0': 1}}, 'N': {'hwreg': {'R0': "
-		  "2}}}}, 'T': {'group': {'M': {}}}, 'P': {'1.PresetRegs': 'X', 'group': {'M': {}}}}}");
+	add(base,
+	    "'A': {'settings': {'S': {'group': {'M': {'hwreg': {'R0': 1}}, 'N': {'hwreg': {'R0': "
+	    "2}}}}, 'T': {'group': {'M': {}}}, 'P': {'1.PresetRegs': 'X', 'group': {'M': {}}}}}");
 	add(sub, ip("A", "S", "R7", 9));
 	EXPECT_TRUE(merge());
 	EXPECT_EQ(loaded("S#M"), (Lines{"REGISTER {7=9}"}));
@@ -363,11 +367,13 @@ TEST_F(PimMerge, LabelInBothMapsIsTheBasesUnlessItsIpIsReplaced)
 
 TEST_F(PimMerge, PresetsAndCommonRegistersComeAlong)
 {
-	add(base, "'A': {'settings': {'P': {'1.PresetRegs': 'TABLE', 'group': {'M': {'hwreg': {'R0': "
-		  "1}}}}, 'C': {'commonReg': true, 'group': {'M': {'hwreg': {'R1': 1}}}}}}, 'B': "
-		  "{'settings': {'Q': {'1.PresetRegs': 'TABLE', 'group': {'M': {'hwreg': {'R2': 1}}}}}}");
-	add(sub, "'A': {'settings': {'P': {'1.PresetRegs': 'TABLE', 'group': {'M': {'hwreg': {'R0': "
-		 "2}}}}, 'C': {'commonReg': true, 'group': {'M': {'hwreg': {'R1': 2}}}}}}");
+	add(base,
+	    "'A': {'settings': {'P': {'1.PresetRegs': 'TABLE', 'group': {'M': {'hwreg': {'R0': "
+	    "1}}}}, 'C': {'commonReg': true, 'group': {'M': {'hwreg': {'R1': 1}}}}}}, 'B': "
+	    "{'settings': {'Q': {'1.PresetRegs': 'TABLE', 'group': {'M': {'hwreg': {'R2': 1}}}}}}");
+	add(sub,
+	    "'A': {'settings': {'P': {'1.PresetRegs': 'TABLE', 'group': {'M': {'hwreg': {'R0': "
+	    "2}}}}, 'C': {'commonReg': true, 'group': {'M': {'hwreg': {'R1': 2}}}}}}");
 	EXPECT_TRUE(merge());
 	std::vector<u16> ids = {preset_id("P#M"), preset_id("Q#M")};
 	Lines lines;
@@ -603,7 +609,8 @@ TEST_F(PimMerge, ResultLoadsTheSameAfterExportAndAdoption)
 	add_file(sub, "file", "new");
 	add(sub, ip("A", "S", "R2", 3) + ", " + ip("C", "U", "R3", 4));
 	ASSERT_TRUE(pim_insert_handler(sub.get(), "L", record_table<0>));
-	add(sub, "'D': {'settings': {'V': {'1.PresetRegs': 'X', 'group': {'M': {'lut': {'L': 'file'}}}}}}");
+	add(sub, "'D': {'settings': {'V': {'1.PresetRegs': 'X', 'group': {'M': {'lut': {'L': "
+		 "'file'}}}}}}");
 	base->total_version = {2, 1, 6};
 	EXPECT_TRUE(merge());
 	const Lines list = listed();
@@ -803,7 +810,8 @@ TEST_F(PimMergeStore, GrowsForTheNodesOfBothBehindItsOwnRoot)
 	} const cases[] = {{1, 1, 1024}, {31, 31, 1024}, {31, 32, 1024}, {32, 32, 2048},
 			   {64, 63, 2048}, {64, 64, 4096}};
 	for (const auto &row : cases) {
-		SCOPED_TRACE(std::to_string(row.base_nodes) + " and " + std::to_string(row.sub_nodes));
+		SCOPED_TRACE(std::to_string(row.base_nodes) + " and " +
+			     std::to_string(row.sub_nodes));
 		ASSERT_TRUE(map.init());
 		begin(base);
 		begin(sub);
@@ -858,7 +866,8 @@ TEST_F(PimMergeStore, EveryAllocationCanFail)
 			base->builder.err_code = EXTMEM_SUCCESS;
 			bool done;
 			{
-				const Refuse refuse = all_later ? Refuse::from(nth) : Refuse::only(nth);
+				const Refuse refuse =
+					all_later ? Refuse::from(nth) : Refuse::only(nth);
 				done = merge();
 				refused = refuse.happened();
 			}
@@ -869,12 +878,13 @@ TEST_F(PimMergeStore, EveryAllocationCanFail)
 				++not_joined;
 				EXPECT_FALSE(done);
 				EXPECT_EQ(map->builder.err_code, EXTMEM_NOMEM);
-				EXPECT_EQ(base->builder.err_code,
-					  node_count(map.get()) > 1 ? EXTMEM_NOMEM : EXTMEM_SUCCESS);
+				EXPECT_EQ(base->builder.err_code, node_count(map.get()) > 1
+									  ? EXTMEM_NOMEM
+									  : EXTMEM_SUCCESS);
 			}
-			for (const auto &[label, block] :
-			     {std::pair{"S#M", "REGISTER {0=2}"}, std::pair{"SB#M", "REGISTER {0=1}"},
-			      std::pair{"T#M", "REGISTER {1=3}"}}) {
+			for (const auto &[label, block] : {std::pair{"S#M", "REGISTER {0=2}"},
+							   std::pair{"SB#M", "REGISTER {0=1}"},
+							   std::pair{"T#M", "REGISTER {1=3}"}}) {
 				// A label may be missing, never wrong.
 				if (setting_id(label) != VEXIL_NO_ID || !refused) {
 					EXPECT_EQ(loaded(label), Lines{block});

@@ -16,7 +16,8 @@ protected:
 		add_registers(4);
 		ASSERT_TRUE(insert(groups(
 			"'A': {'settings': {"
-			"'P': {'1.PresetRegs': 'PICTURE', 'group': {'M': {'hwreg': {'R0': 1}}, 'N': {'hwreg': "
+			"'P': {'1.PresetRegs': 'PICTURE', 'group': {'M': {'hwreg': {'R0': 1}}, "
+			"'N': {'hwreg': "
 			"{'R1': 2}}}},"
 			"'Q': {'1.PresetRegs': 'COLOUR', 'group': {'M': {'hwreg': {'R2': 3}}}},"
 			"'S': {'group': {'M': {'hwreg': {'R3': 4}}}}}}")));
@@ -26,7 +27,8 @@ protected:
 	Lines presets(std::vector<u16> wanted, const char *table)
 	{
 		Lines lines;
-		pim_load_preset(map.get(), wanted.data(), wanted.size(), table, record_block, &lines);
+		pim_load_preset(map.get(), wanted.data(), wanted.size(), table, record_block,
+				&lines);
 		return lines;
 	}
 
@@ -56,8 +58,9 @@ TEST_F(PimPreset, TableNameIsComparedExactlyAndWhole)
 
 TEST_F(PimPreset, WithAnEmptyTableNameAreFoundByTheEmptyName)
 {
-	ASSERT_TRUE(insert(groups("'B': {'settings': {'E': {'1.PresetRegs': '', 'group': {'M': {'hwreg': "
-				  "{'R0': 9}}}}}}")));
+	ASSERT_TRUE(insert(
+		groups("'B': {'settings': {'E': {'1.PresetRegs': '', 'group': {'M': {'hwreg': "
+		       "{'R0': 9}}}}}}")));
 	EXPECT_EQ(presets({ids[3], preset_id("E#M"), ids[0]}, ""), (Lines{"REGISTER {0=9}"}));
 }
 
@@ -106,8 +109,10 @@ TEST_F(PimPreset, LoadsWithoutABudgetAndEveryBlock)
 	std::string list;
 	for (int i = 0; i < 1000; ++i)
 		list += (i ? ", {'R0': " : "{'R0': ") + std::to_string(i) + "}";
-	ASSERT_TRUE(insert(groups("'B': {'settings': {'L': {'1.PresetRegs': 'PICTURE', 'group': {'M': "
-				  "{'hwreg': [" + list + "], 'swreg': {'V': 8}}}}}}")));
+	ASSERT_TRUE(
+		insert(groups("'B': {'settings': {'L': {'1.PresetRegs': 'PICTURE', 'group': {'M': "
+			      "{'hwreg': [" +
+			      list + "], 'swreg': {'V': 8}}}}}}")));
 	const Lines lines = presets({preset_id("L#M"), ids[0]}, "PICTURE");
 	ASSERT_EQ(lines.size(), 3u);
 	EXPECT_EQ(lines[1], "VREGISTER {7=8}");
@@ -118,8 +123,9 @@ TEST_F(PimPreset, ConfigurationThatStopsDoesNotStopTheOthers)
 {
 	add_file("file", "bytes");
 	ASSERT_TRUE(pim_insert_handler(map.get(), "L", nullptr));
-	ASSERT_TRUE(insert(groups("'B': {'settings': {'L': {'1.PresetRegs': 'PICTURE', 'group': {'M': "
-				  "{'lut': {'L': 'file'}, 'hwaddr': {'4': 1}}}}}}")));
+	ASSERT_TRUE(
+		insert(groups("'B': {'settings': {'L': {'1.PresetRegs': 'PICTURE', 'group': {'M': "
+			      "{'lut': {'L': 'file'}, 'hwaddr': {'4': 1}}}}}}")));
 	EXPECT_EQ(presets({ids[0], preset_id("L#M"), ids[1]}, "PICTURE"), kPicture);
 	EXPECT_EQ(take_log(), "[VEXIL][PIM][__pim_load_node] Cannot find handler for L\n");
 }
@@ -186,8 +192,10 @@ TEST_F(PimCommonLoad, DeliversEveryCommonListIpByIpAndSettingBySetting)
 				  ", 'Plain': {'group': {'M': {'hwreg': {'R0': 9}}}}, " +
 				  common_setting("T", 2) + "}}")));
 	add_file("second", "x");
-	EXPECT_TRUE(insert(groups("'F': {'A': {'settings': {" + common_setting("U", 3) + "}}}, 'E': "
-				  "{'settings': {'Empty': {'commonReg': true, 'group': {'M': {}}}}}")));
+	EXPECT_TRUE(
+		insert(groups("'F': {'A': {'settings': {" + common_setting("U", 3) +
+			      "}}}, 'E': "
+			      "{'settings': {'Empty': {'commonReg': true, 'group': {'M': {}}}}}")));
 	const Lines expected = {"RIU {0=1}", "RIU {0=2}", "RIU {0=3}", "RIU {}"};
 	EXPECT_EQ(common_registers(map.get()), expected);
 
@@ -200,9 +208,10 @@ TEST_F(PimCommonLoad, DeliversNothingWithoutCommonGroups)
 {
 	add_registers(2);
 	EXPECT_EQ(common_registers(map.get()), Lines{});
-	EXPECT_TRUE(insert(groups("'A': {'settings': {'S': {'group': {'commonReg': {'hwreg': {'R0': 1}}}},"
-				  "'P': {'1.PresetRegs': 'T', 'commonReg': true, 'group': {'M': "
-				  "{'hwreg': {'R0': 1}}}}}}")));
+	EXPECT_TRUE(insert(
+		groups("'A': {'settings': {'S': {'group': {'commonReg': {'hwreg': {'R0': 1}}}},"
+		       "'P': {'1.PresetRegs': 'T', 'commonReg': true, 'group': {'M': "
+		       "{'hwreg': {'R0': 1}}}}}}")));
 	EXPECT_EQ(common_registers(map.get()), Lines{});
 }
 
@@ -252,7 +261,8 @@ TEST_F(PimCommonLoad, ListThatCannotBeReadStopsOnlyItsConfiguration)
 	plan.list(good, {{2, 2}}, EXTMEM_TAG_REGISTER_RIU_SETTINGS);
 	ASSERT_TRUE(adopt_image(plan.write()));
 	EXPECT_EQ(common_registers(map.get()), (Lines{"RIU {2=2}"}));
-	EXPECT_EQ(take_log(), "[VEXIL][PIM][__pim_load_node] Internal error. Failed to fetch data.\n");
+	EXPECT_EQ(take_log(),
+		  "[VEXIL][PIM][__pim_load_node] Internal error. Failed to fetch data.\n");
 }
 
 TEST_F(PimCommonLoad, CyclicChainsShareOneBudget)
@@ -273,7 +283,9 @@ TEST_F(PimCommonLoad, CyclicChainsShareOneBudget)
 	size_t delivered = 0;
 	pim_load_common_reg_setting(
 		map.get(),
-		[](int, const char *, u32, void *count) { return ++*static_cast<size_t *>(count) > 0; },
+		[](int, const char *, u32, void *count) {
+			return ++*static_cast<size_t *>(count) > 0;
+		},
 		&delivered);
 	EXPECT_GE(delivered, 1u);
 	EXPECT_LE(delivered, 8 * plan.nodes() + 64);

@@ -74,16 +74,19 @@ inline vexil_version version_in(const ExampleJson &object)
 	if (object.contains("JsonVersionFormat")) {
 		const std::string text = object["JsonVersionFormat"];
 		const size_t dot = text.find('.');
-		version.u16MajorNumber = static_cast<u16>(std::stoul(text.substr(0, dot), nullptr, 16));
-		version.u16MinorNumber = static_cast<u16>(std::stoul(text.substr(dot + 1), nullptr, 16));
+		version.u16MajorNumber =
+			static_cast<u16>(std::stoul(text.substr(0, dot), nullptr, 16));
+		version.u16MinorNumber =
+			static_cast<u16>(std::stoul(text.substr(dot + 1), nullptr, 16));
 	} else {
 		version.u16MajorNumber = object.at("MajorVersion");
 		version.u16MinorNumber = object.at("MinorVersion");
 	}
 	const ExampleJson &revision = object.at("Revision");
-	version.u32Revision = revision.is_string()
-				      ? static_cast<u32>(std::stoul(revision.get<std::string>(), nullptr, 16))
-				      : revision.get<u32>();
+	version.u32Revision =
+		revision.is_string()
+			? static_cast<u32>(std::stoul(revision.get<std::string>(), nullptr, 16))
+			: revision.get<u32>();
 	return version;
 }
 
@@ -128,7 +131,8 @@ public:
 	explicit Example(const std::string &name)
 	{
 		const std::filesystem::path folder = std::filesystem::path(VEXIL_EXAMPLES) / name;
-		const ExampleJson manifest = ExampleJson::parse(read_bytes(folder / "product.json"));
+		const ExampleJson manifest =
+			ExampleJson::parse(read_bytes(folder / "product.json"));
 		read_lists(folder, manifest);
 		for (const ExampleJson &label : manifest["handlers"])
 			handlers.push_back(label);
@@ -172,11 +176,12 @@ public:
 			if (there == ips.end())
 				result.ips.push_back(ip);
 			else
-				result.ips[static_cast<size_t>(there - ips.begin())].settings = ip.settings;
+				result.ips[static_cast<size_t>(there - ips.begin())].settings =
+					ip.settings;
 		}
 		for (const auto &file : sub.files) {
-			const auto there =
-				std::find_if(result.files.begin(), result.files.end(), [&](const auto &base) {
+			const auto there = std::find_if(
+				result.files.begin(), result.files.end(), [&](const auto &base) {
 					return lower(base.first) == lower(file.first);
 				});
 			if (there == result.files.end())
@@ -202,23 +207,30 @@ private:
 	void read_lists(const std::filesystem::path &folder, const ExampleJson &manifest)
 	{
 		const auto read = [&](const char *list, const char *key, const char *version_key,
-				      std::vector<ExampleText> &texts, std::map<std::string, u32> &names,
-				      vexil_version &version) {
+				      std::vector<ExampleText> &texts,
+				      std::map<std::string, u32> &names, vexil_version &version) {
 			for (const ExampleJson &path : manifest[list]) {
-				texts.push_back({path, read_bytes(folder / path.get<std::string>())});
-				const ExampleJson registers = ExampleJson::parse(texts.back().text)[key];
+				texts.push_back(
+					{path, read_bytes(folder / path.get<std::string>())});
+				const ExampleJson registers =
+					ExampleJson::parse(texts.back().text)[key];
 				version = version_in(registers[version_key]);
-				for (const auto &[name, position] : entries_of(registers["register"]))
-					names.emplace(lower(name), static_cast<u32>(integer_of(position)));
+				for (const auto &[name, position] :
+				     entries_of(registers["register"]))
+					names.emplace(lower(name),
+						      static_cast<u32>(integer_of(position)));
 			}
 		};
-		read("hardware", "PqHWRegList", "0.version", hardware, hardware_names, hardware_version);
-		read("software", "PqSWRegList", "0.version", software, software_names, software_version);
+		read("hardware", "PqHWRegList", "0.version", hardware, hardware_names,
+		     hardware_version);
+		read("software", "PqSWRegList", "0.version", software, software_names,
+		     software_version);
 		read("customer", "PqCusSWRegList", "#version", customer, customer_names,
 		     customer_version);
 		const std::string info = manifest["registerInfo"];
 		for (const ExampleJson &field : ExampleJson::parse(read_bytes(folder / info)))
-			table.push_back(reg(field["domain"], static_cast<u32>(integer_of(field["addr"])),
+			table.push_back(reg(field["domain"],
+					    static_cast<u32>(integer_of(field["addr"])),
 					    field["lsb"], field["width"]));
 	}
 
@@ -226,8 +238,9 @@ private:
 	{
 		for (const ExampleJson &item : manifest["files"]) {
 			if (item.is_object()) {
-				files.emplace_back(item["name"],
-						   read_bytes(folder / item["path"].get<std::string>()));
+				files.emplace_back(
+					item["name"],
+					read_bytes(folder / item["path"].get<std::string>()));
 				continue;
 			}
 			std::map<std::string, std::string> sorted;
@@ -259,8 +272,8 @@ private:
 
 	ExampleSetting read_setting(const std::string &name, const ExampleJson &content) const
 	{
-		static const std::map<std::string, u32> kLevels = {{"IND", 0}, {"PI", 1}, {"L1", 2},
-								   {"L2", 3},  {"L3", 4}, {"SYNC", 7}};
+		static const std::map<std::string, u32> kLevels = {
+			{"IND", 0}, {"PI", 1}, {"L1", 2}, {"L2", 3}, {"L3", 4}, {"SYNC", 7}};
 		ExampleSetting setting;
 		const auto level = kLevels.find(content.value("1.PQlevel", ""));
 		if (level != kLevels.end())
@@ -276,8 +289,10 @@ private:
 		std::vector<std::pair<u32, u32>> common;
 		if (!preset && content.value("commonReg", false)) {
 			common = common_of(members);
-			ExampleConfig shared{name + "#commonReg", EXTMEM_TAG_IP_COMMON_REG_CONFIG, {}};
-			shared.blocks.push_back({EXTMEM_TAG_REGISTER_RIU_SETTINGS, common, {}, {}, 0});
+			ExampleConfig shared{
+				name + "#commonReg", EXTMEM_TAG_IP_COMMON_REG_CONFIG, {}};
+			shared.blocks.push_back(
+				{EXTMEM_TAG_REGISTER_RIU_SETTINGS, common, {}, {}, 0});
 			setting.configs.push_back(shared);
 		}
 		for (const auto &[member, sections] : members)
@@ -292,7 +307,8 @@ private:
 		std::vector<std::pair<u32, u32>> pairs;
 		for (const auto &[name, value] : entries_of(list)) {
 			EXPECT_TRUE(names.count(lower(name))) << name;
-			pairs.emplace_back(names.at(lower(name)), static_cast<u32>(integer_of(value)));
+			pairs.emplace_back(names.at(lower(name)),
+					   static_cast<u32>(integer_of(value)));
 		}
 		return pairs;
 	}
@@ -305,9 +321,10 @@ private:
 		for (size_t i = 0; i < members.size(); ++i) {
 			std::vector<std::pair<u32, u32>> left;
 			if (members[i].second.contains("hwreg")) {
-				for (const auto &pair : pairs_in(members[i].second["hwreg"], hardware_names)) {
-					if (i == 0 ||
-					    std::find(common.begin(), common.end(), pair) != common.end())
+				for (const auto &pair :
+				     pairs_in(members[i].second["hwreg"], hardware_names)) {
+					if (i == 0 || std::find(common.begin(), common.end(),
+								pair) != common.end())
 						left.push_back(pair);
 				}
 			}
@@ -319,9 +336,9 @@ private:
 		return common;
 	}
 
-	[[nodiscard]] ExampleConfig read_config(const std::string &label, bool preset,
-						const ExampleJson &sections,
-						const std::vector<std::pair<u32, u32>> &common) const
+	[[nodiscard]] ExampleConfig
+	read_config(const std::string &label, bool preset, const ExampleJson &sections,
+		    const std::vector<std::pair<u32, u32>> &common) const
 	{
 		ExampleConfig config{
 			label, preset ? EXTMEM_TAG_IP_PRESET_REG_CONFIG : EXTMEM_TAG_IP_CONFIG, {}};
@@ -338,19 +355,22 @@ private:
 		if (sections.contains("hwreg")) {
 			auto own = pairs_in(sections["hwreg"], hardware_names);
 			std::erase_if(own, [&](const auto &pair) {
-				return std::find(common.begin(), common.end(), pair) != common.end();
+				return std::find(common.begin(), common.end(), pair) !=
+				       common.end();
 			});
 			add_list(EXTMEM_TAG_REGISTER_SETTINGS, own);
 		}
 		if (sections.contains("swreg"))
-			add_list(EXTMEM_TAG_VREGISTER_SETTINGS, pairs_in(sections["swreg"], software_names));
+			add_list(EXTMEM_TAG_VREGISTER_SETTINGS,
+				 pairs_in(sections["swreg"], software_names));
 		add_files(EXTMEM_TAG_FUNCTION_DATA, "lut");
 		add_files(EXTMEM_TAG_ALGORITHM_DATA, "alg");
 		if (sections.contains("hwaddr")) {
 			std::vector<std::pair<u32, u32>> pairs;
 			for (const auto &[address, value] : entries_of(sections["hwaddr"]))
-				pairs.emplace_back(static_cast<u32>(std::stoull(address, nullptr, 0)),
-						   static_cast<u32>(integer_of(value)));
+				pairs.emplace_back(
+					static_cast<u32>(std::stoull(address, nullptr, 0)),
+					static_cast<u32>(integer_of(value)));
 			add_list(EXTMEM_TAG_REGISTER_ADDR_SETTINGS, pairs);
 		}
 		if (sections.contains("cus_swreg"))
@@ -363,8 +383,8 @@ private:
 // ---- what a map over it must deliver ----
 
 /** A list as it is delivered: its tag, and for address form one word per register. */
-inline ExampleBlock in_form(const ExampleBlock &block, const ExampleConfig &config, u32 level, Form form,
-			    const RegisterTable &table)
+inline ExampleBlock in_form(const ExampleBlock &block, const ExampleConfig &config, u32 level,
+			    Form form, const RegisterTable &table)
 {
 	if (block.tag != EXTMEM_TAG_REGISTER_SETTINGS || form == Form::kBuilt ||
 	    config.tag == EXTMEM_TAG_IP_COMMON_REG_CONFIG)
@@ -384,11 +404,13 @@ inline ExampleBlock in_form(const ExampleBlock &block, const ExampleConfig &conf
 		const ST_PQ_REG_INFO &field = table.at(position);
 		const u32 lsb = field.u32Mask >> 8 & 0xFF;
 		const u32 ones = (1u << (field.u32Mask >> 16)) - 1;
-		const u32 word = (field.u32Addr & 0x07FFFFFF) | static_cast<u32>(field.e_pq_time_domain) << 27;
+		const u32 word = (field.u32Addr & 0x07FFFFFF) |
+				 static_cast<u32>(field.e_pq_time_domain) << 27;
 		const u32 bits = (value & ones) << lsb | ones << lsb << 16;
 		EXPECT_NE(word, 0u); // would be taken for an empty slot
-		const auto there = std::find_if(result.pairs.begin(), result.pairs.end(),
-						[&](const auto &pair) { return pair.first == word; });
+		const auto there =
+			std::find_if(result.pairs.begin(), result.pairs.end(),
+				     [&](const auto &pair) { return pair.first == word; });
 		if (there == result.pairs.end())
 			result.pairs.emplace_back(word, bits);
 		else
@@ -423,20 +445,23 @@ inline Lines expected_lines(const Example &example, const ExampleSetting &settin
 	Lines lines;
 	Lines algorithms;
 	for (const ExampleBlock &stored : config.blocks) {
-		const ExampleBlock block = in_form(stored, config, setting.level, form, example.table);
+		const ExampleBlock block =
+			in_form(stored, config, setting.level, form, example.table);
 		if (block.tag == EXTMEM_TAG_FUNCTION_DATA) {
-			lines.push_back("table" + std::to_string(table_number(block.entry)) + " DATA [" +
-					example.file(block.file) + "]");
+			lines.push_back("table" + std::to_string(table_number(block.entry)) +
+					" DATA [" + example.file(block.file) + "]");
 		} else if (block.tag == EXTMEM_TAG_ALGORITHM_DATA) {
 			algorithms.push_back("algorithm DATA [" + example.file(block.file) + "] '" +
 					     block.entry + "'");
 		} else {
 			std::string text = tag_text(block.tag) + " {";
 			for (size_t i = 0; i < block.pairs.size(); ++i)
-				text += (i ? " " : "") + std::to_string(block.pairs[i].first) + "=" +
-					std::to_string(block.pairs[i].second);
+				text += (i ? " " : "") + std::to_string(block.pairs[i].first) +
+					"=" + std::to_string(block.pairs[i].second);
 			lines.push_back(text + "}" +
-					(block.empty_pairs ? " +" + std::to_string(block.empty_pairs) : ""));
+					(block.empty_pairs
+						 ? " +" + std::to_string(block.empty_pairs)
+						 : ""));
 		}
 	}
 	lines.insert(lines.end(), algorithms.begin(), algorithms.end());
@@ -449,7 +474,8 @@ inline u32 expected_cost(const Example &example, const ExampleSetting &setting,
 {
 	size_t cost = 0;
 	for (const ExampleBlock &stored : config.blocks) {
-		const ExampleBlock block = in_form(stored, config, setting.level, form, example.table);
+		const ExampleBlock block =
+			in_form(stored, config, setting.level, form, example.table);
 		const bool charged = block.tag == 36 || block.tag == 45 || block.tag == 57 ||
 				     (block.tag >= 48 && block.tag <= 52);
 		cost += charged ? block.pairs.size() : 0;
@@ -466,16 +492,19 @@ inline std::map<std::pair<u32, u32>, u32> expected_counters(const Example &examp
 			const auto count_first = [&] {
 				for (const ExampleConfig &config : setting.configs) {
 					for (const ExampleBlock &stored : config.blocks) {
-						const ExampleBlock block = in_form(
-							stored, config, setting.level, form, example.table);
+						const ExampleBlock block =
+							in_form(stored, config, setting.level, form,
+								example.table);
 						const bool sync = block.tag == 57;
-						const bool address = block.tag == 45 ||
-								     (block.tag >= 48 && block.tag <= 52);
+						const bool address =
+							block.tag == 45 ||
+							(block.tag >= 48 && block.tag <= 52);
 						if (!sync && !(address && form == Form::kAddressed))
 							continue;
 						for (const auto &[word, value] : block.pairs) {
 							if (word != 0 && word >> 27 < 16)
-								++counters[{word >> 27, setting.level}];
+								++counters[{word >> 27,
+									    setting.level}];
 						}
 						return;
 					}
@@ -518,7 +547,8 @@ inline void expect_example_labels(pim *map, const Example &example, Form form, s
 					EXPECT_GE(ip.document, complete) << config.label;
 					continue;
 				}
-				EXPECT_EQ(load(map, id), expected_lines(example, setting, config, form))
+				EXPECT_EQ(load(map, id),
+					  expected_lines(example, setting, config, form))
 					<< config.label;
 			}
 		}
@@ -555,11 +585,14 @@ inline void expect_example_pim(pim *map, const Example &example, Form form)
 					common.insert(common.end(), lines.begin(), lines.end());
 				const u32 cost = expected_cost(example, setting, config, form);
 				Lines within;
-				EXPECT_EQ(pim_load_setting_count(map, id, cost, record_block, &within), 0u);
+				EXPECT_EQ(pim_load_setting_count(map, id, cost, record_block,
+								 &within),
+					  0u);
 				if (cost > 0) {
-					EXPECT_EQ(static_cast<s32>(pim_load_setting_count(
-							  map, id, cost - 1, record_block, &within)),
-						  -1);
+					EXPECT_EQ(
+						static_cast<s32>(pim_load_setting_count(
+							map, id, cost - 1, record_block, &within)),
+						-1);
 				}
 			}
 		}
@@ -570,7 +603,8 @@ inline void expect_example_pim(pim *map, const Example &example, Form form)
 	for (const auto &[table, lines] : of_table) {
 		delivered.clear();
 		algorithm_log().clear();
-		pim_load_preset(map, presets.data(), presets.size(), table.c_str(), record_block, &delivered);
+		pim_load_preset(map, presets.data(), presets.size(), table.c_str(), record_block,
+				&delivered);
 		delivered.insert(delivered.end(), algorithm_log().begin(), algorithm_log().end());
 		EXPECT_EQ(delivered, lines) << table;
 	}
@@ -625,7 +659,8 @@ inline bool prepare_example(pim *map, const Example &example)
 	};
 	return lists(example.hardware, pim_insert_regmap_json) &&
 	       lists(example.software, pim_insert_vregmap_json) &&
-	       lists(example.customer, pim_insert_cus_vregmap_json) && register_handlers(map, example) &&
+	       lists(example.customer, pim_insert_cus_vregmap_json) &&
+	       register_handlers(map, example) &&
 	       std::all_of(example.files.begin(), example.files.end(), [&](const auto &file) {
 		       return pim_insert_file(map, file.first.c_str(), file.second.data(),
 					      static_cast<u32>(file.second.size()));

@@ -127,8 +127,8 @@ inline bool holds_registers(int tag)
 }
 
 /**
- * "{1=7 2=8}", "{1=7 2=8} +3" with three empty pairs behind those that are counted; says so when the
- * record's length does not go with its count.
+ * "{1=7 2=8}", "{1=7 2=8} +3" with three empty pairs behind those that are counted; says so when
+ * the record's length does not go with its count.
  */
 inline std::string registers_text(const char *data, size_t length)
 {
@@ -138,10 +138,12 @@ inline std::string registers_text(const char *data, size_t length)
 	if (u32_at(data, 4) != 0)
 		return "{padding " + std::to_string(u32_at(data, 4)) + "}";
 	const size_t held = 8 + 8 * count;
-	const bool empty_tail = length >= held && (length - held) % 8 == 0 &&
-				std::all_of(data + held, data + length, [](char c) { return c == 0; });
+	const bool empty_tail =
+		length >= held && (length - held) % 8 == 0 &&
+		std::all_of(data + held, data + length, [](char c) { return c == 0; });
 	if (!empty_tail)
-		return "{" + std::to_string(count) + " pairs in " + std::to_string(length) + " bytes}";
+		return "{" + std::to_string(count) + " pairs in " + std::to_string(length) +
+		       " bytes}";
 	std::string text = "{";
 	for (size_t i = 0; i < count; ++i)
 		text += (i ? " " : "") + std::to_string(u32_at(data, 8 + 8 * i)) + "=" +
@@ -188,8 +190,8 @@ inline std::string payload_text(int tag, const char *data, size_t length)
 	if (tag == 47 && length == 4)
 		return std::to_string(u32_at(data, 0));
 	if (tag == 54 && length == 8)
-		return std::to_string(u16_at(data, 0)) + "." + std::to_string(u16_at(data, 2)) + "." +
-		       std::to_string(u32_at(data, 4));
+		return std::to_string(u16_at(data, 0)) + "." + std::to_string(u16_at(data, 2)) +
+		       "." + std::to_string(u32_at(data, 4));
 	return "[" + std::string(data, length) + "]";
 }
 
@@ -213,7 +215,8 @@ inline std::string node_text(const pim *map, size_t id)
 	const extmem_buffer_ctx &data = map->builder.data_buffer;
 	const bool inside = offset <= data.buf_used && size <= data.buf_used - offset;
 	return text + " " +
-	       payload_text(tag, inside ? reinterpret_cast<const char *>(data.buf) + offset : nullptr,
+	       payload_text(tag,
+			    inside ? reinterpret_cast<const char *>(data.buf) + offset : nullptr,
 			    size);
 }
 
@@ -232,7 +235,8 @@ inline Lines nodes(const pim *map, size_t first = 0)
 inline std::string store_bytes(const pim *map)
 {
 	const auto bytes = [](const extmem_buffer_ctx &buffer) {
-		return std::to_string(buffer.buf_used) + "/" + std::to_string(buffer.buf_max) + ":" +
+		return std::to_string(buffer.buf_used) + "/" + std::to_string(buffer.buf_max) +
+		       ":" +
 		       std::string(reinterpret_cast<const char *>(buffer.buf), buffer.buf_max);
 	};
 	return bytes(map->builder.node_buffer) + bytes(map->builder.data_buffer);
@@ -254,7 +258,7 @@ inline bool record_block(int tag, const char *data, u32 length, void *ctx)
 	return false; // results are ignored
 }
 
-/** A lookup-table handler; @ctx is a Lines. Handlers of different @kNumber are different functions. */
+/** A lookup-table handler; @ctx is a Lines. Each @kNumber is a function of its own. */
 template <int kNumber>
 bool record_table(int tag, const char *data, u32 length, void *ctx)
 {
@@ -317,7 +321,8 @@ protected:
 	void add_registers(u32 count)
 	{
 		for (u32 i = 0; i < count; ++i)
-			ASSERT_TRUE(pim_insert_regmap(map.get(), ("R" + std::to_string(i)).c_str(), i));
+			ASSERT_TRUE(
+				pim_insert_regmap(map.get(), ("R" + std::to_string(i)).c_str(), i));
 	}
 	void add_file(const std::string &name, const std::string &bytes)
 	{

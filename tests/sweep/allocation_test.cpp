@@ -3,10 +3,10 @@
 // Whole scenarios with an allocation failing at every point: nothing crashes, nothing leaks, a call
 // says false or leaves something that works, and what was there before is still right.
 //
-// The television and its customer take more than 20000 allocations and milliseconds a run: failing each
-// of them would take minutes. Instead every allocation of each single step fails in turn on a small
-// product (the television's register lists, the customer's own IPs and one of every kind), and a
-// strided sample with a seeded offset of the allocations of the whole: build both products, export,
+// The television and its customer take more than 20000 allocations and milliseconds a run: failing
+// each of them would take minutes. Instead every allocation of each single step fails in turn on a
+// small product (the television's register lists, the customer's own IPs and one of every kind), and
+// a strided sample with a seeded offset of the allocations of the whole: build both products, export,
 // adopt, merge, export, adopt, load.
 #include "tests/support/example.h"
 
@@ -126,8 +126,9 @@ const Example &small()
 
 TEST_F(AllocationSweep, ParsingADocument)
 {
-	for (const std::string *text : {&television().software[0].text, &television().customer[0].text,
-					&small().groups[0].text, &small().groups[1].text}) {
+	for (const std::string *text :
+	     {&television().software[0].text, &television().customer[0].text,
+	      &small().groups[0].text, &small().groups[1].text}) {
 		every_allocation([&](Mode mode, size_t nth) {
 			Json document;
 			const Outcome outcome = attempt(mode, nth, [&] {
@@ -168,8 +169,8 @@ TEST_F(AllocationSweep, InsertingARegisterList)
 		 &television().hardware_names},
 		{&television().software[0].text, pim_insert_vregmap_json, &pim::vregname_to_func,
 		 &television().software_names},
-		{&television().customer[0].text, pim_insert_cus_vregmap_json, &pim::cus_vregname_to_func,
-		 &television().customer_names},
+		{&television().customer[0].text, pim_insert_cus_vregmap_json,
+		 &pim::cus_vregname_to_func, &television().customer_names},
 	};
 	for (const List &list : lists) {
 		const Json document = parse(*list.text);
@@ -177,8 +178,8 @@ TEST_F(AllocationSweep, InsertingARegisterList)
 		every_allocation([&](Mode mode, size_t nth) {
 			Map map;
 			EXPECT_TRUE(map.init());
-			const Outcome outcome =
-				attempt(mode, nth, [&] { return list.read(map.get(), document.get()); });
+			const Outcome outcome = attempt(
+				mode, nth, [&] { return list.read(map.get(), document.get()); });
 			EXPECT_TRUE(outcome.done); // a name that cannot be had is left out
 			const size_t missing = missing_names(map.get(), list);
 			if (mode == Mode::kOne) {
@@ -216,14 +217,15 @@ TEST_F(AllocationSweep, InsertingFilesAndHandlers)
 			EXPECT_TRUE(pim_insert_file(map.get(), "file", bytes.data(),
 						    static_cast<u32>(bytes.size())));
 		}
-		EXPECT_TRUE(insert(map.get(), config("'lut': [{'table': 'before'}, {'table': 'file'}]")));
+		EXPECT_TRUE(insert(map.get(),
+				   config("'lut': [{'table': 'before'}, {'table': 'file'}]")));
 		EXPECT_EQ(load(map.get(), std::string("S#M")),
 			  (Lines{"table0 DATA [old]", "table0 DATA [" + bytes + "]"}));
 		return outcome.refused;
 	});
 }
 
-/** A map with lists, files and handlers, and one setting "S#M"; the groups of small() are to come. */
+/** A map with lists, files, handlers and one setting "S#M"; the groups of small() are to come. */
 bool prepare_small(Map &map)
 {
 	return map.init() && prepare_example(map.get(), small()) &&
@@ -285,7 +287,8 @@ TEST_F(AllocationSweep, AdoptingAnImage)
 		every_allocation([&](Mode mode, size_t nth) {
 			ImageBytes image = original;
 			Map map;
-			const Outcome outcome = attempt(mode, nth, [&] { return adopt(map, image, table); });
+			const Outcome outcome =
+				attempt(mode, nth, [&] { return adopt(map, image, table); });
 			EXPECT_TRUE(outcome.done || outcome.refused);
 			if (outcome.done) { // a label may be missing, never wrong
 				EXPECT_TRUE(register_handlers(map.get(), small()));
@@ -346,11 +349,13 @@ public:
 	/** Stops at the first step that says false. */
 	bool run()
 	{
-		return build(base, television(), base_groups) && build(sub, customer(), sub_groups) &&
-		       save(base, &base_image) && save(sub, &sub_image) &&
+		return build(base, television(), base_groups) &&
+		       build(sub, customer(), sub_groups) && save(base, &base_image) &&
+		       save(sub, &sub_image) &&
 		       adopt_map(adopted_base, base_image, television().table) &&
 		       adopt_map(adopted_sub, sub_image, customer().table) && merge() &&
-		       save(merged, &merged_image) && adopt_map(adopted, merged_image, television().table);
+		       save(merged, &merged_image) &&
+		       adopt_map(adopted, merged_image, television().table);
 	}
 
 	/**
@@ -393,7 +398,8 @@ private:
 	}
 	static bool build(Map &map, const Example &example, size_t &groups)
 	{
-		if (!map.init() || !prepare_example(map.get(), example) || lost_registers(map, example))
+		if (!map.init() || !prepare_example(map.get(), example) ||
+		    lost_registers(map, example))
 			return false;
 		groups = insert_groups(map.get(), example);
 		return groups == example.groups.size() && pim_finish(map.get());
@@ -453,7 +459,8 @@ TEST_F(AllocationSweep, WholeScenarioSampled)
 				     std::to_string(nth) + " of " + std::to_string(total));
 			{
 				WholeScenario scenario;
-				const Outcome outcome = attempt(mode, nth, [&] { return scenario.run(); });
+				const Outcome outcome =
+					attempt(mode, nth, [&] { return scenario.run(); });
 				ASSERT_TRUE(outcome.refused);
 				scenario.expect_right(false);
 			}

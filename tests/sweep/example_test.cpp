@@ -37,7 +37,8 @@ protected:
 	{
 		pim_destroy(map.out());
 		table = std::move(registers);
-		pim_init(map.out(), nullptr, 0, table.empty() ? nullptr : table.data(), table.size());
+		pim_init(map.out(), nullptr, 0, table.empty() ? nullptr : table.data(),
+			 table.size());
 		return pim_merge(map.get(), base, sub);
 	}
 
@@ -201,7 +202,8 @@ TEST_F(ExampleMap, LabelToStartWithHoldsOneBlockOfEachKind)
 	std::vector<std::string> kinds;
 	for (const std::string &line : lines)
 		kinds.push_back(line.substr(0, line.find_first_of(" 0123456789")));
-	EXPECT_EQ(kinds, (Lines{"REGISTER", "VREGISTER", "table", "ADDR", "CUS_VREGISTER", "algorithm"}));
+	EXPECT_EQ(kinds,
+		  (Lines{"REGISTER", "VREGISTER", "table", "ADDR", "CUS_VREGISTER", "algorithm"}));
 	EXPECT_EQ(lines[3], "ADDR {805761120=65537}"); // 0x3006F060 = 0x00010001
 	EXPECT_EQ(lines[4], "CUS_VREGISTER {32791=0}");
 }
