@@ -88,6 +88,10 @@ Product read_product(const std::string &folder)
 	}
 	for (const auto &path : manifest.at("functionGroups"))
 		product.groups.push_back(read_file(root / path.get<std::string>()));
+	for (const auto &path : manifest.value("sources", nlohmann::json::array()))
+		product.sources.push_back(read_file(root / path.get<std::string>()));
+	for (const auto &path : manifest.value("rules", nlohmann::json::array()))
+		product.rules.push_back(read_file(root / path.get<std::string>()));
 	return product;
 }
 
@@ -160,6 +164,35 @@ pim *build(const Product &product)
 		give_up("the product cannot be built");
 	pim_finish(map);
 	return map;
+}
+
+rm *build_rules(const Product &product, const pim *map)
+{
+	rm *rules = nullptr;
+	bool ok = rm_init(&rules, nullptr, 0);
+	for (const std::string &text : product.sources)
+		ok = ok && rm_insert_source_json(rules, Document(text).get());
+	for (const std::string &text : product.rules)
+		ok = ok && rm_insert(rules, Document(text).get(), map);
+	if (!ok || !rm_finish(rules))
+		give_up("the rules cannot be compiled");
+	return rules;
+}
+
+Product made_up_rules(std::size_t side)
+{
+	Product product = made_up_product(1);
+	std::string values[2];
+	for (std::size_t source = 0; source < 2; ++source) {
+		for (std::size_t i = 0; i < side; ++i)
+			values[source] += (i ? ",\"v" : "\"v") + std::to_string(i) + "\"";
+	}
+	product.sources.push_back(R"({"PqRuleLists":{"A":{"content":[)" + values[0] +
+				  R"(]},"B":{"content":[)" + values[1] + "]}}}");
+	product.rules.push_back(R"({"PqRuleGroups":{"R":{"rules":[{"comparator":{"A":[)" + values[0] +
+				R"(],"B":[)" + values[1] +
+				R"(]},"settings":["Block_0_S0#Case0"],"children":[]}]}}})");
+	return product;
 }
 
 } // namespace bench

@@ -10,7 +10,31 @@
 
 namespace vexil {
 
-/** Ids that it hands out lie in the store, or are kNoNode. Good until the store changes. */
+/** A node's first eight bytes in one word: all but the end of a data holder's offset. */
+class NodeWord {
+public:
+	explicit NodeWord(const u8 *node) : bits_(load<u64>(node)) {}
+
+	[[nodiscard]] int tag() const { return static_cast<u8>(bits_ >> (8 * kTagAt)); }
+	[[nodiscard]] bool has_links() const { return tag() < EXTMEM_TAG_DATA_TYPE_BEGIN; }
+	/** As they stand: they may lead outside. Only for nodes that have links. */
+	[[nodiscard]] u16 child() const { return static_cast<u16>(bits_ >> (8 * kChildAt)); }
+	[[nodiscard]] u16 next() const { return static_cast<u16>(bits_ >> (8 * kNextAt)); }
+	/** True for a data holder of @tag whose record is said to have @size bytes. */
+	[[nodiscard]] bool is_record(int tag, u64 size) const
+	{
+		constexpr unsigned kBehindSize = 64 - 8 * (kSizeAt + sizeof(u32));
+		return bits_ << kBehindSize >> (kBehindSize + 8 * kTagAt) ==
+		       (size << 8 | static_cast<u8>(tag));
+	}
+	/** Only for data holders. */
+	[[nodiscard]] u32 size() const { return static_cast<u32>(bits_ >> (8 * kSizeAt)); }
+
+private:
+	u64 bits_;
+};
+
+/** Good until the store changes. */
 class Reader {
 public:
 	explicit Reader(const extmem_builder &store)
@@ -22,32 +46,47 @@ public:
 	}
 
 	[[nodiscard]] bool holds(u16 id) const { return id < slots_; }
+	/** Requires: holds(id). */
+	[[nodiscard]] NodeWord node(u16 id) const { return NodeWord(at(id)); }
+
 	/** The tag of a node that the store holds; EXTMEM_TAG_INVALID for others. */
 	[[nodiscard]] int tag(u16 id) const
 	{
-		return holds(id) ? int{at(id)[kTagAt]} : int{EXTMEM_TAG_INVALID};
+		return holds(id) ? node(id).tag() : int{EXTMEM_TAG_INVALID};
 	}
-	[[nodiscard]] u16 child(u16 id) const { return link(id, kChildAt); }
-	[[nodiscard]] u16 next(u16 id) const { return link(id, kNextAt); }
+	/** Links of a node; kNoNode where there are none and where they lead outside. */
+	[[nodiscard]] u16 child(u16 id) const { return holds(id) ? child(node(id)) : kNoNode; }
+	[[nodiscard]] u16 next(u16 id) const { return holds(id) ? next(node(id)) : kNoNode; }
+	[[nodiscard]] u16 child(NodeWord word) const
+	{
+		return word.has_links() && holds(word.child()) ? word.child() : kNoNode;
+	}
+	[[nodiscard]] u16 next(NodeWord word) const
+	{
+		return word.has_links() && holds(word.next()) ? word.next() : kNoNode;
+	}
+
 	/** The record of a data holder; empty for anything else. */
 	[[nodiscard]] Bytes record(u16 id) const
 	{
 		if (tag(id) < EXTMEM_TAG_DATA_TYPE_BEGIN)
 			return {};
-		const auto size = load<u32>(at(id) + kSizeAt);
-		const auto offset = load<u32>(at(id) + kOffsetAt);
-		return size != 0 && fits(offset, size, used_) ? Bytes{data_ + offset, size} : Bytes{};
+		const u32 size = node(id).size();
+		return size != 0 && offset(id) < offsets_for(size) ? Bytes{bytes_at(offset(id)), size}
+								   : Bytes{};
 	}
+	/** Records of @size bytes lie in the used data when their offset is smaller than this. */
+	[[nodiscard]] size_t offsets_for(size_t size) const
+	{
+		return size <= used_ ? used_ - size + 1 : 0;
+	}
+	/** Requires: holds(id), and that it is a data holder. */
+	[[nodiscard]] u32 offset(u16 id) const { return load<u32>(at(id) + kOffsetAt); }
+	/** Requires: the offset of a record that lies in the used data. */
+	[[nodiscard]] u8 *bytes_at(size_t offset) const { return data_ + offset; }
 
 private:
 	[[nodiscard]] u8 *at(u16 id) const { return nodes_ + size_t{id} * kNodeBytes; }
-	[[nodiscard]] u16 link(u16 id, size_t field) const
-	{
-		if (!holds(id) || at(id)[kTagAt] >= EXTMEM_TAG_DATA_TYPE_BEGIN)
-			return kNoNode;
-		const auto target = load<u16>(at(id) + field);
-		return holds(target) ? target : kNoNode;
-	}
 
 	u8 *nodes_;
 	size_t slots_;

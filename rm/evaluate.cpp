@@ -21,7 +21,7 @@ constexpr size_t kMaxListedRules = 128;
 constexpr int kDetectBase = 0;
 
 /** Nodes that one trigger may visit: rules that lead to each other twice over grow as 2^n. */
-constexpr size_t kMaxVisits = size_t{1} << 24;
+constexpr s64 kMaxVisits = s64{1} << 24;
 
 /** A rule on the way from the one that was asked for, and where it goes on afterwards. */
 struct Step {
@@ -29,6 +29,18 @@ struct Step {
 	u16 outcome;
 };
 constexpr size_t kStepsInPlace = 32;
+
+/** The compare that rules are compiled for: @words of value, then as many of mask. */
+inline bool key_matches(const u64 *stated, size_t words, const u8 *key)
+{
+	for (size_t i = 0; i < words; ++i) {
+		const auto wanted = vexil::load<u64>(key + i * sizeof(u64));
+		const auto mask = vexil::load<u64>(key + (words + i) * sizeof(u64));
+		if ((stated[i] & mask) != wanted)
+			return false;
+	}
+	return true;
+}
 
 /** Cases of rules compared with one state. Only the state's lists are written. */
 class Evaluation {
@@ -53,11 +65,13 @@ private:
 	bool enter(Path &path, u16 rule);
 	bool follow(Path &path, u16 outcome);
 	bool matching_outcome(u16 rule, u16 *outcome);
-	bool matches(u16 alternative, bool *match);
-	bool key_matches(Bytes key) const;
+	bool find_match(u16 alternative, bool *match);
+	bool empty_key(u16 holder);
+	bool ranges_hold(u16 condition, bool *hold);
 	bool range_holds(u16 condition, bool *holds) const;
 
-	bool visit() { return visits_left_ != 0 && --visits_left_ != 0; }
+	/** False from the visit on that is one too many. */
+	bool visit() { return visits_left_-- > 0; }
 	bool refuse(u16 holder)
 	{
 		context_->builder.print_error(
@@ -70,21 +84,8 @@ private:
 	rm_individual *state_;
 	Reader image_;
 	size_t words_;
-	size_t visits_left_ = kMaxVisits;
+	s64 visits_left_ = kMaxVisits;
 };
-
-bool Evaluation::key_matches(Bytes key) const
-{
-	const u8 *value = key.data();
-	const u8 *mask = value + words_ * sizeof(u64);
-	for (size_t i = 0; i < words_; ++i) {
-		const auto wanted = vexil::load<u64>(value + i * sizeof(u64));
-		const auto asked = vexil::load<u64>(mask + i * sizeof(u64));
-		if ((state_->keyBuffer[i] & asked) != wanted)
-			return false;
-	}
-	return true;
-}
 
 /** False when the condition cannot be read. */
 bool Evaluation::range_holds(u16 condition, bool *holds) const
@@ -106,28 +107,71 @@ bool Evaluation::range_holds(u16 condition, bool *holds) const
 	return true;
 }
 
-/** False when the alternative cannot be read. */
-bool Evaluation::matches(u16 alternative, bool *match)
+/** Every range of an alternative, from the first on. False when one cannot be read. */
+bool Evaluation::ranges_hold(u16 condition, bool *hold)
 {
-	const u16 description = image_.child(alternative);
-	const u16 holder = image_.child(description);
-	if (image_.tag(holder) != EXTMEM_TAG_KEY_HOLDER)
-		return false;
-	const Bytes key = image_.record(holder);
-	if (key.size() != vexil::key_bytes(words_)) {
-		context_->builder.print_error("[VEXIL][RM][%s] Data length check failed.",
-					      "__rm_find_setting");
-		return false;
-	}
-	*match = key_matches(key);
-	for (u16 condition = image_.next(description); *match && condition != kNoNode;
-	     condition = image_.next(condition)) {
+	*hold = true;
+	for (; *hold && condition != kNoNode; condition = image_.next(condition)) {
 		if (!visit())
 			return refuse(condition);
-		if (!range_holds(condition, match))
+		if (!range_holds(condition, hold))
 			return false;
 	}
 	return true;
+}
+
+/**
+ * The first of a chain of alternatives that matches. False when one cannot be read.
+ *
+ * Evaluation spends its time here, so each check is made once: ids lie in the store, a key
+ * description and a key record of the right length are what they say. Whether the alternative itself
+ * has links is left to the first of them: what a data holder would lead to is no description.
+ */
+bool Evaluation::find_match(u16 alternative, bool *match)
+{
+	const Reader image = image_;
+	const u64 *const stated = state_->keyBuffer;
+	const size_t words = words_;
+	const size_t bytes = vexil::key_bytes(words);
+	const size_t offsets = image.offsets_for(bytes);
+	*match = false;
+	while (alternative != kNoNode) {
+		if (!visit())
+			return refuse(alternative);
+		const vexil::NodeWord node = image.node(alternative);
+		if (!image.holds(node.child()))
+			return false;
+		const vexil::NodeWord description = image.node(node.child());
+		const u16 holder = description.child();
+		if (description.tag() != EXTMEM_TAG_KEY_DESCRIPTION || !image.holds(holder))
+			return false;
+		const u32 offset = image.offset(holder);
+		if ((!image.node(holder).is_record(EXTMEM_TAG_KEY_HOLDER, bytes) || offset >= offsets) &&
+		    !empty_key(holder))
+			return false;
+		if (key_matches(stated, words, image.bytes_at(offset))) {
+			if (!ranges_hold(image.next(description), match))
+				return false;
+			if (*match)
+				return true;
+		}
+		alternative = image.holds(node.next()) ? node.next() : kNoNode;
+	}
+	return true;
+}
+
+/**
+ * Whether a key record that is not of the key's length is so rightly: without sources there is no
+ * key, and the record is empty. False, and logged, for other lengths; false for other records.
+ */
+bool Evaluation::empty_key(u16 holder)
+{
+	if (image_.tag(holder) != EXTMEM_TAG_KEY_HOLDER)
+		return false;
+	if (words_ == 0 && image_.record(holder).empty())
+		return true;
+	context_->builder.print_error("[VEXIL][RM][%s] Data length check failed.", "__rm_find_setting");
+	return false;
 }
 
 /** The first outcome of the first matching case; kNoNode without one. */
@@ -136,20 +180,15 @@ bool Evaluation::matching_outcome(u16 rule, u16 *outcome)
 	*outcome = kNoNode;
 	for (u16 node = image_.child(rule); node != kNoNode; node = image_.next(node)) {
 		const u16 body = image_.child(node);
-		for (u16 alternative = image_.child(body); alternative != kNoNode;
-		     alternative = image_.next(alternative)) {
-			bool match = false;
-			if (!visit())
-				return refuse(alternative);
-			if (!matches(alternative, &match))
-				return false;
-			if (match) {
-				*outcome = image_.next(body);
-				return true;
-			}
-		}
+		bool match;
 		if (!visit())
 			return refuse(node);
+		if (!find_match(image_.child(body), &match))
+			return false;
+		if (match) {
+			*outcome = image_.next(body);
+			return true;
+		}
 	}
 	return true;
 }
