@@ -42,6 +42,16 @@ std::string numbered(std::string name, size_t number)
 	return name;
 }
 
+std::string grouped(size_t number)
+{
+	std::string digits = std::to_string(number);
+	for (size_t at = digits.size(); at > 3;) {
+		at -= 3;
+		digits.insert(at, 1, ',');
+	}
+	return digits;
+}
+
 ToolTest::ToolTest()
 {
 	std::string name = (fs::temp_directory_path() / "vexil-test-XXXXXX").string();

@@ -28,6 +28,9 @@ std::vector<std::string> lines_of(const std::string &text);
 /** "m" and 7 as "m7". */
 std::string numbered(std::string name, size_t number);
 
+/** 65535 as "65,535". */
+std::string grouped(size_t number);
+
 class ToolTest : public testing::Test {
 protected:
 	ToolTest();

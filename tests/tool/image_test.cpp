@@ -262,12 +262,6 @@ TEST_F(ToolImage, ImageOfAnUnknownKindIsNoImage)
 TEST_F(ToolImage, TruncatedImageIsNamedAsSuch)
 {
 	const std::string &image = tv_image();
-	const auto grouped = [](size_t number) {
-		std::string digits = std::to_string(number);
-		for (size_t at = digits.size(); at > 3;)
-			digits.insert(at -= 3, ",");
-		return digits;
-	};
 	for (const size_t size :
 	     {size_t{88}, size_t{95}, size_t{96}, size_t{4096}, image.size() - 1})
 		expect_refused_by_all(image.substr(0, size),

@@ -43,7 +43,7 @@ private:
 	std::vector<u32> by_address_; // positions of valid fields, by domain, address and bit
 };
 
-/** What a register is called whose word is known; both parts of the word together. */
+/** Short name of a time domain, or null for numbers that are none. */
 [[nodiscard]] const char *domain_name(u32 domain);
 
 } // namespace vexil_tool
