@@ -9,6 +9,7 @@
 
 namespace {
 
+using vexil::Compiled;
 using vexil::kNoNode;
 
 constexpr size_t kMaxMembers = 128;
@@ -141,7 +142,7 @@ bool add_redefinition(Comparator &comparator, node_d label)
 		if (!add_condition(comparator.context, comparator.redefinitions, range, holder.id))
 			return false;
 	}
-	return true;
+	return !budget.spent() || report_unparsable(comparator.context);
 }
 
 bool report_unknown(Comparator &comparator, const char *label)
@@ -243,27 +244,29 @@ bool store_alternative(Comparator &comparator)
 	return true;
 }
 
-bool compile_alternative(Comparator &comparator)
+Compiled compile_alternative(Comparator &comparator)
 {
 	memset(comparator.key, 0, vexil::key_bytes(comparator.words));
 	comparator.values.count = 0;
 	comparator.redefinitions.count = 0;
 	for (size_t i = 0; i < comparator.num_digits; ++i) {
 		if (!add_digit(comparator, comparator.digits[i]))
-			return false;
+			return Compiled::kRefused;
 	}
-	return store_alternative(comparator);
+	return store_alternative(comparator) ? Compiled::kDone : Compiled::kNoRoom;
 }
 
 } // namespace
 
 namespace vexil {
 
-bool compile_comparator(rm *context, const cJSON *json, node_d body)
+Compiled compile_comparator(rm *context, const cJSON *json, node_d body)
 {
 	const Extent extent = measure(json);
-	if (extent.members > kMaxMembers)
-		return report_unparsable(context);
+	if (extent.members > kMaxMembers) {
+		report_unparsable(context);
+		return Compiled::kRefused;
+	}
 	const size_t words = key_words(context->used_bits);
 	const extmem_builder &store = context->builder;
 	const Scratch<Digit> digits(store, kMaxMembers);
@@ -273,7 +276,7 @@ bool compile_comparator(rm *context, const cJSON *json, node_d body)
 	const Scratch<range_desc> redefinitions(store, kMaxConditions);
 	const Scratch<u16> origins(store, 2 * kMaxConditions);
 	if (!digits || !label || !key || !values || !redefinitions || !origins)
-		return false;
+		return Compiled::kNoRoom;
 	Comparator comparator{.context = context,
 			      .body = body,
 			      .last_alternative = kInvalidNode,
@@ -287,11 +290,12 @@ bool compile_comparator(rm *context, const cJSON *json, node_d body)
 	first_digits(comparator, json);
 	const auto alternatives = static_cast<s16>(extent.alternatives);
 	for (s16 i = 0; i < alternatives; ++i) {
-		if (!compile_alternative(comparator))
-			return false;
+		const Compiled result = compile_alternative(comparator);
+		if (result != Compiled::kDone)
+			return result;
 		advance(comparator);
 	}
-	return true;
+	return Compiled::kDone;
 }
 
 } // namespace vexil

@@ -8,12 +8,16 @@
 
 namespace vexil {
 
+enum class Compiled {
+	kDone,
+	kRefused, // the document's fault, and logged: the case is left out
+	kNoRoom,  // no memory or nodes: nothing after it would fare better
+};
+
 /**
- * Compiles @comparator into alternatives below @body, in the order in which they are tried.
- *
- * Return: false when the case cannot be compiled (logged) or there is no room; what was made is
- * reached from @body only.
+ * Compiles @comparator into alternatives below @body, in the order in which they are tried. Without
+ * success, what was made is reached from @body only.
  */
-[[nodiscard]] bool compile_comparator(rm *context, const cJSON *comparator, node_d body);
+[[nodiscard]] Compiled compile_comparator(rm *context, const cJSON *comparator, node_d body);
 
 } // namespace vexil

@@ -26,7 +26,8 @@ constexpr s64 kMaxVisits = s64{1} << 24;
 /** A rule on the way from the one that was asked for, and where it goes on afterwards. */
 struct Step {
 	u16 rule;
-	u16 outcome;
+	u16 outcome;  // the next one
+	u32 outcomes; // acted on so far
 };
 constexpr size_t kStepsInPlace = 32;
 
@@ -70,8 +71,8 @@ private:
 	bool ranges_hold(u16 condition, bool *hold);
 	bool range_holds(u16 condition, bool *holds) const;
 
-	/** False from the visit on that is one too many. */
-	bool visit() { return visits_left_-- > 0; }
+	/** False from the visit on that is one too many, in all or for the rule at hand. */
+	bool visit() { return visits_left_-- > visits_kept_; }
 	bool refuse(u16 holder)
 	{
 		context_->builder.print_error(
@@ -85,6 +86,7 @@ private:
 	Reader image_;
 	size_t words_;
 	s64 visits_left_ = kMaxVisits;
+	s64 visits_kept_ = 0; // for what follows the rule at hand
 };
 
 /** False when the condition cannot be read. */
@@ -178,6 +180,9 @@ bool Evaluation::empty_key(u16 holder)
 bool Evaluation::matching_outcome(u16 rule, u16 *outcome)
 {
 	*outcome = kNoNode;
+	// A rule has no more cases and alternatives than the store has nodes, unless they form a ring.
+	const auto most = static_cast<s64>(vexil::node_slots(context_->builder));
+	visits_kept_ = visits_left_ > most ? visits_left_ - most : 0;
 	for (u16 node = image_.child(rule); node != kNoNode; node = image_.next(node)) {
 		const u16 body = image_.child(node);
 		bool match;
@@ -197,8 +202,10 @@ bool Evaluation::matching_outcome(u16 rule, u16 *outcome)
 bool Evaluation::enter(Path &path, u16 rule)
 {
 	constexpr int kNoMemoryReport = 907;
-	Step step{rule, kNoNode};
-	if (!matching_outcome(rule, &step.outcome))
+	Step step{rule, kNoNode, 0};
+	const bool readable = matching_outcome(rule, &step.outcome);
+	visits_kept_ = 0;
+	if (!readable)
 		return false;
 	if (path.push(step))
 		return true;
@@ -250,7 +257,7 @@ bool Evaluation::rule(u16 id)
 			continue;
 		}
 		path.top().outcome = image_.next(outcome);
-		if (!visit())
+		if (!visit() || path.top().outcomes++ == vexil::node_slots(context_->builder))
 			return refuse(outcome);
 		if (!follow(path, outcome))
 			return false;

@@ -10,6 +10,7 @@
 
 namespace {
 
+using vexil::Compiled;
 using vexil::kInvalidNode;
 using vexil::kNoNode;
 using vexil::kNoValue;
@@ -52,18 +53,18 @@ bool add_outcome(Case &target, extmem_tag tag, const u16 *ids, size_t count, u16
 	return true;
 }
 
-/** Settings and presets that the case selects. False when one is unknown, and without room. */
-bool add_settings(Case &target, const cJSON *settings)
+/** Settings and presets that the case selects; refused when one is unknown. */
+Compiled add_settings(Case &target, const cJSON *settings)
 {
 	rm *context = target.context;
 	size_t count = 0;
 	for (const cJSON *item = settings->child; item; item = item->next)
 		++count;
 	if (count == 0)
-		return true;
+		return Compiled::kDone;
 	const vexil::Scratch<u16> ids(context->builder, 2 * count);
 	if (!ids)
-		return false;
+		return Compiled::kNoRoom;
 	u16 *const setting_ids = ids.get();
 	u16 *const preset_ids = ids.get() + count;
 	size_t num_settings = 0;
@@ -85,17 +86,18 @@ bool add_settings(Case &target, const cJSON *settings)
 	if (num_settings + num_presets != count) {
 		context->builder.print_error("[VEXIL][RM][%s] allocated setting size mismatched.",
 					     "__rm_get_setting");
-		return false;
+		return Compiled::kRefused;
 	}
-	if (num_settings > 0 &&
-	    !add_outcome(target, EXTMEM_TAG_VALUE_HOLDER, setting_ids, num_settings, nullptr))
-		return false;
-	return num_presets == 0 ||
-	       add_outcome(target, EXTMEM_TAG_PRESET_HOLDER, preset_ids, num_presets, nullptr);
+	const bool stored =
+		(num_settings == 0 ||
+		 add_outcome(target, EXTMEM_TAG_VALUE_HOLDER, setting_ids, num_settings, nullptr)) &&
+		(num_presets == 0 ||
+		 add_outcome(target, EXTMEM_TAG_PRESET_HOLDER, preset_ids, num_presets, nullptr));
+	return stored ? Compiled::kDone : Compiled::kNoRoom;
 }
 
 /** Rules that the case leads to; those that come later wait for their id. */
-bool add_children(Case &target, const cJSON *children)
+Compiled add_children(Case &target, const cJSON *children)
 {
 	rm *context = target.context;
 	for (const cJSON *item : vexil::items(children)) {
@@ -109,26 +111,26 @@ bool add_children(Case &target, const cJSON *children)
 		const u16 id = rule != kNoValue ? static_cast<u16>(rule) : kNoNode;
 		u16 record = kNoNode;
 		if (!add_outcome(target, EXTMEM_TAG_NODE_HOLDER, &id, 1, &record))
-			return false;
+			return Compiled::kNoRoom;
 		if (rule == kNoValue)
 			vexil::add_pending(&context->unres_rule, name, record);
 	}
-	return true;
+	return Compiled::kDone;
 }
 
 /** An optional list of a case through @add. A list of another kind is reported and left out. */
-bool add_list(Case &target, const cJSON *list, const char *key,
-	      bool (*add)(Case &target, const cJSON *list))
+Compiled add_list(Case &target, const cJSON *list, const char *key,
+		  Compiled (*add)(Case &target, const cJSON *list))
 {
 	if (!list || !vexil::is_array(list)) {
 		report(target.context, list ? kErrorParsing : kCannotFind, key);
-		return true;
+		return Compiled::kDone;
 	}
 	return add(target, list);
 }
 
-/** One case, not linked yet; invalid when it cannot be compiled. */
-node_d compile_case(rm *context, const pim *map, const cJSON *json)
+/** One case, not linked yet. */
+Compiled compile_case(rm *context, const pim *map, const cJSON *json, node_d *made)
 {
 	enum { kComparator, kSettings, kChildren, kKeys };
 	static constexpr const char *kNames[kKeys] = {"comparator", "settings", "children"};
@@ -136,18 +138,19 @@ node_d compile_case(rm *context, const pim *map, const cJSON *json)
 	vexil::find_members(json, kNames, found);
 	if (!vexil::is_object(found[kComparator])) {
 		report(context, kErrorParsing, kNames[kComparator]);
-		return kInvalidNode;
+		return Compiled::kRefused;
 	}
-	const node_d node = extmem_request_node(&context->builder, EXTMEM_TAG_GENERAL);
-	const node_d body = vexil::add_child(node, EXTMEM_TAG_GENERAL);
-	if (!extmem_node_isvalid(body) ||
-	    !vexil::compile_comparator(context, found[kComparator], body))
-		return kInvalidNode;
+	*made = extmem_request_node(&context->builder, EXTMEM_TAG_GENERAL);
+	const node_d body = vexil::add_child(*made, EXTMEM_TAG_GENERAL);
+	if (!extmem_node_isvalid(body))
+		return Compiled::kNoRoom;
+	Compiled result = vexil::compile_comparator(context, found[kComparator], body);
 	Case target{context, map, body};
-	const bool complete =
-		add_list(target, found[kSettings], kNames[kSettings], add_settings) &&
-		add_list(target, found[kChildren], kNames[kChildren], add_children);
-	return complete ? node : kInvalidNode;
+	if (result == Compiled::kDone)
+		result = add_list(target, found[kSettings], kNames[kSettings], add_settings);
+	if (result == Compiled::kDone)
+		result = add_list(target, found[kChildren], kNames[kChildren], add_children);
+	return result;
 }
 
 /** Cases below the rule. One that fails is left out: half of it would hide those after it. */
@@ -157,16 +160,16 @@ void add_cases(rm *context, const pim *map, const cJSON *cases, node_d rule)
 	for (const cJSON *json : vexil::items(cases)) {
 		const size_t rules_pending = context->unres_rule.count;
 		const size_t ranges_pending = context->unres_source.count;
-		const node_d node = compile_case(context, map, json);
-		if (extmem_node_isvalid(node)) {
+		node_d node = kInvalidNode;
+		const Compiled result = compile_case(context, map, json, &node);
+		if (result == Compiled::kDone) {
 			last = extmem_append_child_cond(rule, last, node);
 			continue;
 		}
 		context->unres_rule.count = rules_pending;
 		context->unres_source.count = ranges_pending;
-		if (context->builder.err_code == EXTMEM_NOMEM ||
-		    context->builder.err_code == EXTMEM_OUT_OF_RANGE)
-			return; // nothing after it would fare better
+		if (result == Compiled::kNoRoom)
+			return; // a later case would answer in the place of the one that is missing
 	}
 }
 
