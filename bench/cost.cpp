@@ -154,7 +154,7 @@ int main(int argc, char **argv)
 	const char *last = argc > 3 ? argv[3] : "";
 	const std::size_t size = std::strtoul(last, nullptr, 10);
 	const bench::Product product = from == "made-up"	 ? bench::made_up_product(size)
-				       : from == "made-up-rules" ? bench::made_up_rules(size)
+				       : from == "made-up-rules" ? bench::made_up_rules(size ? size : 64)
 								 : bench::read_product(from);
 	if (what == "parse") {
 		measured_parse(product);

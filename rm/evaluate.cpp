@@ -31,6 +31,24 @@ struct Step {
 };
 constexpr size_t kStepsInPlace = 32;
 
+/** A count kept in a local variable while a loop runs, and put back when it is left. */
+class LocalCount {
+public:
+	explicit LocalCount(s64 &home) : home_(home), left_(home) {}
+	~LocalCount() { home_ = left_; }
+	LocalCount(const LocalCount &) = delete;
+	LocalCount &operator=(const LocalCount &) = delete;
+
+	bool spend(s64 kept) { return left_-- > kept; }
+	/** Around calls that count for themselves. */
+	void put_back() { home_ = left_; }
+	void take_again() { left_ = home_; }
+
+private:
+	s64 &home_;
+	s64 left_;
+};
+
 /** The compare that rules are compiled for: @words of value, then as many of mask. */
 inline bool key_matches(const u64 *stated, size_t words, const u8 *key)
 {
@@ -136,9 +154,11 @@ bool Evaluation::find_match(u16 alternative, bool *match)
 	const size_t words = words_;
 	const size_t bytes = vexil::key_bytes(words);
 	const size_t offsets = image.offsets_for(bytes);
+	const s64 kept = visits_kept_;
+	LocalCount visits(visits_left_);
 	*match = false;
 	while (alternative != kNoNode) {
-		if (!visit())
+		if (!visits.spend(kept))
 			return refuse(alternative);
 		const vexil::NodeWord node = image.node(alternative);
 		if (!image.holds(node.child()))
@@ -152,10 +172,11 @@ bool Evaluation::find_match(u16 alternative, bool *match)
 		    !empty_key(holder))
 			return false;
 		if (key_matches(stated, words, image.bytes_at(offset))) {
-			if (!ranges_hold(image.next(description), match))
-				return false;
-			if (*match)
-				return true;
+			visits.put_back();
+			const bool readable = ranges_hold(image.next(description), match);
+			visits.take_again();
+			if (!readable || *match)
+				return readable;
 		}
 		alternative = image.holds(node.next()) ? node.next() : kNoNode;
 	}

@@ -25,3 +25,19 @@ for blocks in 32 64 128 256 512; do
   printf '%-34s %14s %8s\n' "  $blocks" "$now" "${before:+$(ratio "$now" "$before")}"
   before=$now
 done
+
+printf '\n%-34s %14s %8s\n' "made-up rules: alternatives" "compile" "growth"
+before=
+for side in 8 16 32 64; do
+  now=$(count compile made-up-rules "$side")
+  printf '%-34s %14s %8s\n' "  $((side * side))" "$now" "${before:+$(ratio "$now" "$before")}"
+  before=$now
+done
+
+# A state of the example: every rule is triggered. An alternative costs three nodes and a record,
+# each checked, and the compare; what lies above that is the price of cases, outcomes and children.
+state='Input:HDMI1;Timing:2160p60;Luma:812'
+trigger=$(count trigger examples/tv "$state")
+looked=$(build-bench/bench/cost trigger examples/tv "$state" 2>/dev/null | sed -n 's/^alternatives \([0-9]*\) .*/\1/p')
+printf '\n%-34s %14s\n' "example: trigger every rule" "$trigger" "  alternatives looked at" "$looked" \
+  "  instructions for each" "$(ratio "$trigger" "$looked")"
