@@ -36,6 +36,7 @@ public:
 		return true;
 	}
 	[[nodiscard]] bool empty() const { return count_ == 0; }
+	[[nodiscard]] size_t size() const { return count_; }
 	T &top() { return items()[count_ - 1]; }
 	T pop() { return items()[--count_]; }
 

@@ -78,8 +78,10 @@ extern "C" void __pim_get_version(cJSON *ver_node, vexil_version *ver_in, char *
 	const cJSON *found[kKeys];
 	vexil::find_members(ver_node, kNames, found);
 
-	if (vexil::is_string(found[kFormat])) {
-		read_format(found[kFormat]->valuestring, ver_in);
+	const char *format = vexil::text_of(found[kFormat]);
+	const char *note = vexil::text_of(found[kNote]);
+	if (format) {
+		read_format(format, ver_in);
 	} else {
 		read_number(found[kMajor], &ver_in->u16MajorNumber);
 		read_number(found[kMinor], &ver_in->u16MinorNumber);
@@ -88,7 +90,7 @@ extern "C" void __pim_get_version(cJSON *ver_node, vexil_version *ver_in, char *
 		ver_in->u32Revision = static_cast<u32>(vexil::hexadecimal(found[kRevision]->valuestring));
 	else if (vexil::is_number(found[kRevision]))
 		ver_in->u32Revision = static_cast<u32>(found[kRevision]->valuelong);
-	if (cus_version && vexil::is_string(found[kNote]))
+	if (cus_version && note)
 		vexil::set_cus_version(*reinterpret_cast<char(*)[vexil::kCusVersionBytes]>(cus_version),
-				       found[kNote]->valuestring);
+				       note);
 }

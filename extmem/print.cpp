@@ -14,7 +14,7 @@ constexpr int kMaxNamedTag = EXTMEM_TAG_UNUSED_BEGIN;
 /** Indentation pieces that one dump may print: bounds what a chain of children can cost. */
 constexpr size_t kMaxIndents = size_t{1} << 26;
 /** How often the data may be printed over: a few nodes share a text, a damaged image any of them. */
-constexpr size_t kBytesPerByte = 64;
+constexpr size_t kBytesPerByte = 16;
 
 /** A node that is still to be printed. */
 struct PendingNode {

@@ -134,6 +134,8 @@ void *__extmem_buffer_request(extmem_builder *pBuilder, extmem_buffer_ctx *buffe
 	if (!vexil::grow_buffer(pBuilder, buffer, needed))
 		return nullptr;
 	u8 *room = buffer->buf + buffer->buf_used;
+	if (!pBuilder->malloc_flag)
+		memset(room, 0, rounded); // whatever the tail of an image holds
 	buffer->buf_used = needed;
 	return room;
 }

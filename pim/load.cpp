@@ -17,6 +17,7 @@ struct Delivery {
 	vexil_callback fn;
 	void *context;
 	u32 budget; // register pairs; negative as s32 once a block did not fit
+	vexil::WalkBudget &walk;
 };
 
 bool report(const Delivery &to, const char *format, const char *name)
@@ -67,11 +68,17 @@ struct Binding {
 	Bytes file;
 };
 
-/** False, and logged, when the block's names, its file or the file's data are missing. */
-bool read_binding(const Delivery &to, node_d block, Binding *binding)
+/** A text that a block refers to; null also when a damaged image has had enough of them read. */
+const char *block_text(Delivery &to, node_d holder)
 {
-	const char *file_name = vexil::text_of(child_of(block));
-	binding->name = vexil::text_of(next_of(block));
+	return to.walk.spend_bytes(vexil::payload(holder).size()) ? vexil::text_of(holder) : nullptr;
+}
+
+/** False, and logged, when the block's names, its file or the file's data are missing. */
+bool read_binding(Delivery &to, node_d block, Binding *binding)
+{
+	const char *file_name = block_text(to, child_of(block));
+	binding->name = block_text(to, next_of(block));
 	if (!file_name || !binding->name)
 		return report_no_data(to);
 	const int id = ctrie_find(&to.map->file_map, file_name);
@@ -164,7 +171,7 @@ node_d checked_node(pim *map, u16 node_id, const char *function)
 
 u32 load_node(pim *map, node_d config, u32 budget, vexil_callback fn, void *context, WalkBudget &walk)
 {
-	Delivery to{map, fn, context, budget};
+	Delivery to{map, fn, context, budget, walk};
 	for (const node_d holder : Children(config, walk)) {
 		if (!deliver(to, child_of(holder)))
 			break;

@@ -106,11 +106,12 @@ class FirstOf {
 public:
 	FirstOf(const extmem_builder &store, Bytes list, u32 pairs)
 	    : list_(list),
-	      block_(store, pairs > kPlainSearchPairs ? kByteValues + 2 * size_t{pairs} : 0),
-	      order_(block_.get() + kByteValues), first_(order_ + pairs)
+	      block_(store, pairs > kPlainSearchPairs ? kByteValues + 2 * size_t{pairs} : 0)
 	{
 		if (!block_)
 			return;
+		order_ = block_.get() + kByteValues;
+		first_ = order_ + pairs;
 		u32 *sorted = order_;
 		u32 *spare = first_;
 		for (u32 i = 0; i < pairs; ++i)
@@ -153,8 +154,8 @@ public:
 private:
 	Bytes list_;
 	vexil::Scratch<u32> block_; // counts for sorting, then the two below; null for short lists
-	u32 *order_;                // once sorted: by first pair, where it was placed
-	u32 *first_;
+	u32 *order_ = nullptr;      // once sorted: by first pair, where it was placed
+	u32 *first_ = nullptr;
 };
 
 /**

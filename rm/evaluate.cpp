@@ -12,6 +12,7 @@
 namespace {
 
 using vexil::Bytes;
+using vexil::kBitsPerWord;
 using vexil::kNoNode;
 using vexil::kNoValue;
 using vexil::Reader;
@@ -30,6 +31,8 @@ struct Step {
 	u32 outcomes; // acted on so far
 };
 constexpr size_t kStepsInPlace = 32;
+/** Steps of the way that can be compared in the time of a visit. */
+constexpr size_t kStepsPerVisit = 32;
 
 /** A count kept in a local variable while a loop runs, and put back when it is left. */
 class LocalCount {
@@ -39,7 +42,11 @@ public:
 	LocalCount(const LocalCount &) = delete;
 	LocalCount &operator=(const LocalCount &) = delete;
 
-	bool spend(s64 kept) { return left_-- > kept; }
+	bool spend(s64 cost, s64 kept)
+	{
+		left_ -= cost;
+		return left_ >= kept;
+	}
 	/** Around calls that count for themselves. */
 	void put_back() { home_ = left_; }
 	void take_again() { left_ = home_; }
@@ -90,7 +97,20 @@ private:
 	bool range_holds(u16 condition, bool *holds) const;
 
 	/** False from the visit on that is one too many, in all or for the rule at hand. */
-	bool visit() { return visits_left_-- > visits_kept_; }
+	bool visit(s64 cost = 1)
+	{
+		visits_left_ -= cost;
+		return visits_left_ >= visits_kept_;
+	}
+	/** Ids take time too, and so does the list, which moves for every 16 of them. */
+	bool visit_ids(Bytes ids, const rm_result &list)
+	{
+		constexpr size_t kIdsPerMove = 16;
+		constexpr size_t kEntriesPerVisit = 512; // that move in the time of a visit
+		const size_t count = ids.size() / sizeof(u16);
+		const size_t moved = (count / kIdsPerMove + 1) * (list.max_result + count);
+		return visit(static_cast<s64>(count + moved / kEntriesPerVisit));
+	}
 	bool refuse(u16 holder)
 	{
 		context_->builder.print_error(
@@ -143,9 +163,8 @@ bool Evaluation::ranges_hold(u16 condition, bool *hold)
 /**
  * The first of a chain of alternatives that matches. False when one cannot be read.
  *
- * Evaluation spends its time here, so each check is made once: ids lie in the store, a key
- * description and a key record of the right length are what they say. Whether the alternative itself
- * has links is left to the first of them: what a data holder would lead to is no description.
+ * Evaluation spends its time here, so each check is made once: ids lie in the store, nodes have
+ * links, a key description and a key record of the right length are what they say.
  */
 bool Evaluation::find_match(u16 alternative, bool *match)
 {
@@ -155,13 +174,14 @@ bool Evaluation::find_match(u16 alternative, bool *match)
 	const size_t bytes = vexil::key_bytes(words);
 	const size_t offsets = image.offsets_for(bytes);
 	const s64 kept = visits_kept_;
+	const s64 cost = 1 + static_cast<s64>(words / kBitsPerWord);
 	LocalCount visits(visits_left_);
 	*match = false;
 	while (alternative != kNoNode) {
-		if (!visits.spend(kept))
+		if (!visits.spend(cost, kept))
 			return refuse(alternative);
 		const vexil::NodeWord node = image.node(alternative);
-		if (!image.holds(node.child()))
+		if (!node.has_links() || !image.holds(node.child()))
 			return false;
 		const vexil::NodeWord description = image.node(node.child());
 		const u16 holder = description.child();
@@ -171,7 +191,7 @@ bool Evaluation::find_match(u16 alternative, bool *match)
 		if ((!image.node(holder).is_record(EXTMEM_TAG_KEY_HOLDER, bytes) || offset >= offsets) &&
 		    !empty_key(holder))
 			return false;
-		if (key_matches(stated, words, image.bytes_at(offset))) {
+		if (words == 0 || key_matches(stated, words, image.bytes_at(offset))) {
 			visits.put_back();
 			const bool readable = ranges_hold(image.next(description), match);
 			visits.take_again();
@@ -245,14 +265,18 @@ bool Evaluation::follow(Path &path, u16 outcome)
 	const int tag = image_.tag(holder);
 	switch (tag) {
 	case EXTMEM_TAG_VALUE_HOLDER:
+		if (!visit_ids(record, state_->result))
+			return refuse(holder);
 		vexil::store_ids(context_, state_, vexil::kSettingList, record);
 		return true;
 	case EXTMEM_TAG_PRESET_HOLDER:
+		if (!visit_ids(record, state_->preset))
+			return refuse(holder);
 		vexil::store_ids(context_, state_, vexil::kPresetList, record);
 		return true;
 	case EXTMEM_TAG_NODE_HOLDER: {
 		const u16 next = record.size() >= sizeof(u16) ? vexil::load<u16>(record.data()) : kNoNode;
-		if (image_.tag(next) != EXTMEM_TAG_RULE ||
+		if (image_.tag(next) != EXTMEM_TAG_RULE || !visit(static_cast<s64>(path.size() / kStepsPerVisit)) ||
 		    path.contains([next](const Step &step) { return step.rule == next; }))
 			return refuse(holder);
 		return enter(path, next);

@@ -208,7 +208,9 @@ void insert_group(rm *context, const pim *map, const cJSON *group)
 	if (!extmem_node_isvalid(rule.node))
 		return;
 	// The name first: an image with a rule that cannot be indexed would be refused for ever.
-	if (ctrie_insert(&context->rulename_map, name, rule.node.id))
+	if (!vexil::enter_name(&context->rulename_map, name, rule.node.id))
+		return;
+	if (ctrie_find(&context->rulename_map, name) == rule.node.id)
 		vexil::append_to_root(context->root, &context->root_tail_hint, rule.holder);
 	resolve_children(context);
 	if (vexil::is_array(found[kRules]))

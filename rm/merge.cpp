@@ -39,14 +39,20 @@ u32 shift_for(int tag, const Shift &shift, size_t bytes, size_t *num_ids)
 	}
 }
 
-/** Calls @act(place, moved id) for each id in the records of nodes [first, end); none is 0xFFFF. */
+/**
+ * Calls @act(place, moved id) for each id in the records of nodes [first, end); none is 0xFFFF. False
+ * at the first false, and when records are shared as no sound image shares them.
+ */
 template <typename Act>
 bool each_moved_id(extmem_builder *store, size_t first, size_t end, const Shift &shift, Act act)
 {
+	WalkBudget budget(*store); // a damaged image may have many holders share one record
 	for (size_t id = first; id < end; ++id) {
 		const node_d node = extmem_create_node_d(store, static_cast<u16>(id));
 		const Bytes record = vexil::payload(node);
 		size_t num_ids;
+		if (!budget.spend_bytes(record.size()))
+			return false;
 		const u32 by = shift_for(extmem_fetch_tag(node), shift, record.size(), &num_ids);
 		for (size_t i = 0; i < num_ids; ++i) {
 			u8 *place = record.data() + i * sizeof(u16);
@@ -108,6 +114,10 @@ bool rm_merge(rm *pRm, rm *pRm_base, rm *pRm_sub, const pim *pPim)
 	extmem_builder *store = &pRm->builder;
 	if (!vexil::merge_target_usable(store, &pRm_base->builder, &pRm_sub->builder))
 		return false;
+	if (pRm->has_handlers) { // their buffers have the size of the key as it is
+		store->err_code = EXTMEM_INTERNAL_ERROR;
+		return false;
+	}
 	const size_t base_nodes = vexil::node_slots(pRm_base->builder);
 	const size_t sub_nodes = vexil::node_slots(pRm_sub->builder);
 	const Shift shift{static_cast<u32>(base_nodes), u32{pPim->max_node_index} + 1};
@@ -119,10 +129,13 @@ bool rm_merge(rm *pRm, rm *pRm_base, rm *pRm_sub, const pim *pPim)
 	inherit(pRm, pRm_base, pRm_sub);
 	if (!vexil::merge_stores(store, &pRm_base->builder, &pRm_sub->builder))
 		return false;
-	each_moved_id(store, base_nodes, base_nodes + sub_nodes, shift, [](u8 *place, u32 moved) {
+	const auto move = [](u8 *place, u32 moved) {
 		vexil::store(place, static_cast<u16>(moved));
 		return true;
-	});
+	};
+	if (!each_moved_id(store, base_nodes, base_nodes + sub_nodes, shift, move))
+		return false;
+	vexil::free_buffers(pRm, &pRm->rmInd);
 	const auto sub_root = static_cast<u16>(base_nodes);
 	return link_new(pRm, pRm_base, extmem_create_node_d(store, sub_root)) &&
 	       vexil::scan_root(pRm, kMergeReport);

@@ -75,13 +75,15 @@ bool new_label(rm *context, const char *text, const source_desc *field, Label *l
 
 /**
  * Makes a label findable, then part of the tree: an image with a label that cannot be indexed would
- * be refused for ever. False when the name is refused, or without memory.
+ * be refused for ever, so one whose name is refused stays out. False only without memory.
  */
-bool publish(rm *context, const char *text, const Label &label)
+bool publish(rm *context, const char *text, const Label &label, bool *published)
 {
-	if (!ctrie_insert(&context->source_map, text, label.node.id))
+	if (!vexil::enter_name(&context->source_map, text, label.node.id))
 		return false;
-	vexil::append_to_root(context->root, &context->root_tail_hint, label.holder);
+	*published = ctrie_find(&context->source_map, text) == label.node.id;
+	if (*published)
+		vexil::append_to_root(context->root, &context->root_tail_hint, label.holder);
 	return true;
 }
 
@@ -135,15 +137,27 @@ bool add_conditions(rm *context, node_d label, const cJSON *definition)
 bool add_redefined(rm *context, const char *text, const cJSON *definition)
 {
 	Label label;
+	bool published = false;
 	const size_t pending = context->unres_source.count;
-	if (new_label(context, text, nullptr, &label) &&
-	    add_conditions(context, label.node, definition)) {
-		if (!publish(context, text, label))
-			context->unres_source.count = pending;
-		return true;
-	}
-	context->unres_source.count = pending; // nobody will ask for what was made
-	return false;
+	const bool made = new_label(context, text, nullptr, &label) &&
+			  add_conditions(context, label.node, definition) &&
+			  publish(context, text, label, &published);
+	if (!published)
+		context->unres_source.count = pending; // nobody will ask for what was made
+	return made;
+}
+
+/** The label of a value source with its slot. False without room. */
+bool add_value_source(rm *context, const char *name, const source_desc &field, u64 slot)
+{
+	Label label;
+	if (!new_label(context, name, &field, &label))
+		return false;
+	const node_d slot_record =
+		extmem_get_data(&context->builder, EXTMEM_TAG_SIZE_HOLDER, &slot, sizeof slot);
+	bool published;
+	return extmem_append_next(label.property, slot_record) &&
+	       publish(context, name, label, &published);
 }
 
 /** The texts of an array; items that are none become null. Owned by the caller. */
@@ -254,6 +268,7 @@ bool rm_insert_source(rm *pRm, const char *name, char **values, u32 count)
 	const size_t first_bit = pRm->used_bits;
 	if (!text || !take_key(pRm, width, 0, kFunction))
 		return false;
+	bool used = false; // the field, by a label in the tree
 	for (u32 i = 0; i < count; ++i) {
 		if (values[i])
 			join_label(text.get(), name, values[i]);
@@ -266,9 +281,14 @@ bool rm_insert_source(rm *pRm, const char *name, char **values, u32 count)
 					.rank = static_cast<u16>(i + 1),
 					.zero = 0};
 		Label label;
-		if (!new_label(pRm, text.get(), &field, &label))
-			return false; // the bits stay taken: labels made before use them
-		publish(pRm, text.get(), label);
+		bool published = false;
+		if (!new_label(pRm, text.get(), &field, &label) ||
+		    !publish(pRm, text.get(), label, &published)) {
+			if (!used)
+				pRm->used_bits = first_bit; // the key stays as rules know it
+			return false;
+		}
+		used = used || published;
 	}
 	return true;
 }
@@ -313,15 +333,11 @@ bool rm_insert_source_null(rm *pRm, const char *name)
 		return true;
 	}
 	const source_desc field{.shift = static_cast<u16>(bit), .width = kWidth, .rank = 1, .zero = 0};
-	Label label;
-	if (!new_label(pRm, name, &field, &label))
-		return false;
-	const node_d slot_record = extmem_get_data(&pRm->builder, EXTMEM_TAG_SIZE_HOLDER,
-						   const_cast<u64 *>(&slot), sizeof slot);
-	if (!extmem_append_next(label.property, slot_record))
-		return false;
-	publish(pRm, name, label);
-	return true;
+	if (add_value_source(pRm, name, field, slot))
+		return true;
+	pRm->used_bits = bit; // the key stays as rules know it
+	pRm->res_num = slot;
+	return false;
 }
 
 bool rm_insert_source_json(rm *pRm, cJSON *root)

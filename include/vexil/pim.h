@@ -37,7 +37,7 @@ struct cJSON;
  * @reg_info_table, @tableSize: the caller's register table and its number of entries; without both,
  *        none. With one, hardware register lists are rewritten in address form, in the image.
  *
- * Return: false without memory (empty map: logged with 159), for an image that is short, of another
+ * Return: false without memory (logged with 159 when it was the root's), for an image that is short, of another
  * kind or version (silent) or without nodes (logged with 123), and as said for @pPim.
  */
 bool pim_init(pim **pPim, char *buf, u32 size, const ST_PQ_REG_INFO *reg_info_table,

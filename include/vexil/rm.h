@@ -29,7 +29,7 @@ typedef struct rm_handler rm_handler;
  * @pRm:        set on success only
  * @buf, @size: image, kept alive, writable and to itself by the caller; NULL or 0 for none
  *
- * Return: false without memory (empty context: logged with 185), for an image that is short, of
+ * Return: false without memory (logged with 185 when it was the root's), for an image that is short, of
  * another kind or version (silent), or with a name that cannot be indexed (logged).
  */
 bool rm_init(rm **pRm, char *buf, u32 size);
@@ -52,14 +52,16 @@ bool rm_destroy(rm **pRm);
  * rm_insert_source_json - the "PqRuleLists" of a document
  *
  * Return: true when there is nothing to insert. False for a version other than 2.0 to 2.2, once a
- * handler exists, when the key would pass 65536 bits, and without memory.
+ * handler exists, for a source of more than 65535 values and when the key would pass 65536 bits (both
+ * logged), and without memory.
  */
 bool rm_insert_source_json(rm *pRm, struct cJSON *root);
 /**
  * rm_insert - the "PqRuleGroups" of a document
  * @pPim: names settings and presets; read only
  *
- * Cases and groups that cannot be compiled are logged and left out. Return: false for NULLs only.
+ * Cases that cannot be compiled are logged and left out; groups of another version than 2.0 to 2.2
+ * and without "rules" are passed over. Return: false for NULLs only.
  */
 bool rm_insert(rm *pRm, struct cJSON *root, const pim *pPim);
 

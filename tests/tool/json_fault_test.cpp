@@ -152,7 +152,7 @@ TEST_F(ToolJsonFault, FortyNineLevelsAreTooDeep)
 		objects += "{\"a\":\n";
 	expect_fault(objects, ":49:1: nested deeper than 48");
 	write("hw.json", nested(48));
-	EXPECT_EQ(vexil({"build", "-o", "/dev/null", "--hw", "hw.json"}).exit_code, 0);
+	EXPECT_EQ(vexil({"build", "-o", "/dev/null", "--hw", "hw.json", "--keep-going"}).exit_code, 0);
 	// A hundred thousand levels neither exhaust the stack nor take long.
 	expect_fault(std::string(100000, '['), ":1:49: nested deeper than 48");
 }
@@ -187,7 +187,8 @@ TEST_F(ToolJsonFault, EmptyFileIsRefused)
 TEST_F(ToolJsonFault, TextBehindTheDocumentIsWarnedAbout)
 {
 	write("hw.json", "{\"PqHWRegList\": {\"register\": []}}\n x");
-	const ProcessResult result = vexil({"build", "-o", "out.pim", "--hw", "hw.json"});
+	const ProcessResult result =
+		vexil({"build", "-o", "out.pim", "--hw", "hw.json", "--keep-going"});
 	EXPECT_EQ(result.exit_code, 0);
 	EXPECT_EQ(result.err, "vexil: hw.json:2:2: warning: text after the document is not read\n");
 	write("hw.json", "{\"PqHWRegList\": {\"register\": []}}\n \t\r\n");

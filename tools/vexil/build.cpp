@@ -33,7 +33,7 @@ struct Options {
 	std::string product;
 	std::vector<std::string> hardware, software, customer, handlers, files, groups;
 	std::string output;
-	bool strict = false;
+	bool keep_going = false;
 };
 
 bool supported(const vexil_version &version)
@@ -301,7 +301,7 @@ void run_build(const Options &options)
 			     "build --help')");
 
 	const auto begin = std::chrono::steady_clock::now();
-	Console console;
+	Console console(options.keep_going ? "warning: " : "");
 	const Product product = product_of(options, console);
 	Build build(console, product.hardware.size() + product.software.size() +
 				     product.customer.size() + product.files.size() +
@@ -322,12 +322,12 @@ void run_build(const Options &options)
 	console.clear_progress();
 
 	const size_t warnings = console.warnings();
-	if (options.strict && warnings > 0)
+	if (warnings > 0 && !options.keep_going)
 		throw Failure(Exit::kRefused,
-			      fmt::format("{}: not written: {}, and --strict", options.output,
-					  counted(warnings, "warning")));
+			      fmt::format("{}: not written: {} (--keep-going writes it all the same)",
+					  options.output, counted(warnings, "fault")));
 	const std::vector<char> image = build.image();
-	write_output(options.output, image);
+	write_outputs({{options.output, image}});
 	const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - begin;
 	fmt::print("{}: {} of {} nodes, {} bytes, {:.2f} s{}\n", printable(options.output),
 		   grouped(build.map().nodes_used()), grouped(kMostNodes), grouped(image.size()),
@@ -352,15 +352,17 @@ void add_build(CLI::App &app)
 	build->add_option("--file", options->files, "Files, or folders of files, to put in")
 		->type_name("[NAME=]PATH");
 	build->add_option("--groups", options->groups, "Function groups")->type_name("FILE");
-	build->add_flag("--strict", options->strict, "Refuse documents that cause warnings");
+	build->add_flag("--keep-going", options->keep_going,
+			"Warn about entries that cannot be resolved, and leave them out");
 	build->footer(R"(
 Options add to the product; each takes one or more values, so PRODUCT stands first.
-Entries that cannot be resolved (an unknown register, say) are warned about and left
-out, unless --strict is given. The image appears whole or not at all.
+Entries that cannot be resolved (an unknown register, a name that is taken) are reported,
+each in a line with its document, and no image is written unless --keep-going is given.
+The image appears whole or not at all.
 
 Examples:
   vexil build examples/tv -o tv.pim
-  vexil build examples/tv -o tv.pim --groups trial.json --strict
+  vexil build examples/tv -o tv.pim --groups trial.json --keep-going
   vexil build -o my.pim --hw hw.json --handler gamma_lut --file gamma.bin --groups g.json)");
 	build->callback([options] { run_build(*options); });
 }

@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <utility>
 
 #include <fmt/format.h>
 #include <unistd.h>
@@ -20,7 +21,9 @@ constexpr auto kPatience = std::chrono::milliseconds(300); // shorter commands s
 
 } // namespace
 
-Console::Console() : terminal_(isatty(STDERR_FILENO) == 1), begin_(std::chrono::steady_clock::now())
+Console::Console(std::string mark)
+    : mark_(std::move(mark)), terminal_(isatty(STDERR_FILENO) == 1),
+      begin_(std::chrono::steady_clock::now())
 {
 }
 
@@ -32,7 +35,7 @@ Console::~Console()
 void Console::warn(const std::string &where, const std::string &text)
 {
 	clear_progress();
-	fmt::print(stderr, "vexil: {}: warning: {}\n", printable(where), printable(text));
+	fmt::print(stderr, "vexil: {}: {}{}\n", printable(where), mark_, printable(text));
 	++warnings_;
 }
 

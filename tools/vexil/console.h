@@ -11,12 +11,13 @@ namespace vexil_tool {
 
 class Console {
 public:
-	Console();
+	/** @mark: what stands before the text of a warning; empty where warnings end in a refusal. */
+	explicit Console(std::string mark = "warning: ");
 	~Console();
 	Console(const Console &) = delete;
 	Console &operator=(const Console &) = delete;
 
-	/** "vexil: WHERE: warning: TEXT"; both are escaped. */
+	/** "vexil: WHERE: warning: TEXT", or with another mark; both are escaped. */
 	void warn(const std::string &where, const std::string &text);
 	/** Warnings so far. */
 	[[nodiscard]] size_t warnings() const { return warnings_; }
@@ -30,6 +31,8 @@ public:
 	void clear_progress();
 
 private:
+	const std::string mark_;
+	const Complaints complaints_;
 	const bool terminal_;
 	const std::chrono::steady_clock::time_point begin_;
 	bool shown_ = false;

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// Map: a PIM and what it stands on. The one place that calls the library's pim_ functions.
+// Map: a PIM and what it stands on. The one place that calls the
+// library's services for maps.
 #pragma once
 
 #include <optional>
