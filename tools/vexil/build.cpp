@@ -327,7 +327,7 @@ void run_build(const Options &options)
 			      fmt::format("{}: not written: {} (--keep-going writes it all the same)",
 					  options.output, counted(warnings, "fault")));
 	const std::vector<char> image = build.image();
-	write_outputs({{options.output, image}});
+	write_output(options.output, image);
 	const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - begin;
 	fmt::print("{}: {} of {} nodes, {} bytes, {:.2f} s{}\n", printable(options.output),
 		   grouped(build.map().nodes_used()), grouped(kMostNodes), grouped(image.size()),

@@ -32,7 +32,6 @@ public:
 
 private:
 	const std::string mark_;
-	const Complaints complaints_;
 	const bool terminal_;
 	const std::chrono::steady_clock::time_point begin_;
 	bool shown_ = false;

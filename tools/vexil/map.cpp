@@ -7,8 +7,6 @@
 #include <new>
 #include <utility>
 
-#include "library.h"
-
 namespace vexil_tool {
 
 namespace {
@@ -108,10 +106,8 @@ cJSON *unlocked(const cJSON *document)
 
 Map::Map()
 {
-	void *context = nullptr;
-	if (!library().fp_CB_vexil_pim_init(&context, nullptr, 0))
+	if (!pim_init(&record_, nullptr, 0, nullptr, 0))
 		throw std::bad_alloc();
-	record_ = static_cast<pim *>(context);
 }
 
 Map::Map(Map &&other) noexcept
@@ -122,8 +118,7 @@ Map::Map(Map &&other) noexcept
 
 Map::~Map()
 {
-	void *context = record_;
-	library().fp_CB_vexil_pim_destroy(&context);
+	pim_destroy(&record_);
 }
 
 std::optional<Map> Map::adopt(std::vector<char> image, std::vector<ST_PQ_REG_INFO> table,
@@ -132,11 +127,8 @@ std::optional<Map> Map::adopt(std::vector<char> image, std::vector<ST_PQ_REG_INF
 	Map map(static_cast<pim *>(nullptr));
 	map.image_ = std::move(image);
 	map.table_ = std::move(table);
-	void *context = nullptr;
-	*complete = library().fp_CB_vexil_pim_init_with_regmerge(
-		&context, map.image_.data(), static_cast<u32>(map.image_.size()), map.table_.data(),
-		map.table_.size());
-	map.record_ = static_cast<pim *>(context); // also of a map that is not complete
+	*complete = pim_init(&map.record_, map.image_.data(), static_cast<u32>(map.image_.size()),
+			     map.table_.data(), map.table_.size());
 	if (!map.record_)
 		return std::nullopt;
 	return map;
@@ -145,7 +137,7 @@ std::optional<Map> Map::adopt(std::vector<char> image, std::vector<ST_PQ_REG_INF
 std::optional<Map> Map::merge(const Map &base, const Map &sub, extmem_err_code *error)
 {
 	Map map;
-	if (library().fp_CB_vexil_pim_merge(map.record_, base.record_, sub.record_))
+	if (pim_merge(map.record_, base.record_, sub.record_))
 		return map;
 	*error = map.store_error();
 	return std::nullopt;
@@ -153,43 +145,43 @@ std::optional<Map> Map::merge(const Map &base, const Map &sub, extmem_err_code *
 
 bool Map::insert_hardware(const cJSON *document)
 {
-	return library().fp_CB_vexil_pim_insert_regmap_json(record_, unlocked(document));
+	return pim_insert_regmap_json(record_, unlocked(document));
 }
 
 bool Map::insert_software(const cJSON *document)
 {
-	return library().fp_CB_vexil_pim_insert_vregmap_json(record_, unlocked(document));
+	return pim_insert_vregmap_json(record_, unlocked(document));
 }
 
 bool Map::insert_customer(const cJSON *document)
 {
-	return library().fp_CB_vexil_pim_insert_cus_vregmap_json(record_, unlocked(document));
+	return pim_insert_cus_vregmap_json(record_, unlocked(document));
 }
 
 bool Map::insert_handler(const std::string &label)
 {
-	return library().fp_CB_vexil_pim_insert_handler(record_, label.c_str(), nullptr);
+	return pim_insert_handler(record_, label.c_str(), nullptr);
 }
 
 bool Map::insert_file(const std::string &name, const std::vector<char> &bytes)
 {
-	return library().fp_CB_vexil_pim_insert_file(record_, name.c_str(), bytes.data(), static_cast<u32>(bytes.size()));
+	return pim_insert_file(record_, name.c_str(), bytes.data(), static_cast<u32>(bytes.size()));
 }
 
 bool Map::insert_groups(const cJSON *document)
 {
-	return library().fp_CB_vexil_pim_insert(record_, unlocked(document));
+	return pim_insert(record_, unlocked(document));
 }
 
 void Map::finish()
 {
-	library().fp_CB_vexil_pim_finish(record_);
+	pim_finish(record_);
 }
 
 std::vector<char> Map::exported()
 {
-	std::vector<char> image(library().fp_CB_vexil_pim_get_export_size(record_));
-	image.resize(library().fp_CB_vexil_pim_export(record_, image.data()));
+	std::vector<char> image(pim_get_export_size(record_));
+	image.resize(pim_export(record_, image.data()));
 	return image;
 }
 
@@ -231,16 +223,16 @@ void Map::receive_tables(const std::vector<std::string> &labels)
 		if (labels_.size() == kMostHandlers)
 			break;
 		labels_.push_back(label);
-		library().fp_CB_vexil_pim_insert_handler(record_, label.c_str(), kTableReceivers[labels_.size() - 1]);
+		pim_insert_handler(record_, label.c_str(), kTableReceivers[labels_.size() - 1]);
 	}
-	library().fp_CB_vexil_pim_insert_alg_handler(record_, receive_algorithm);
+	pim_insert_alg_handler(record_, receive_algorithm);
 }
 
 Load Map::load(u16 id, u32 budget)
 {
 	Collector collector(record_, labels_);
 	const u32 remaining =
-		library().fp_CB_vexil_pim_load_setting_count(record_, id, budget, receive_registers, &collector);
+		pim_load_setting_count(record_, id, budget, receive_registers, &collector);
 	Load load = collector.take();
 	load.remaining = remaining;
 	return load;
@@ -249,21 +241,20 @@ Load Map::load(u16 id, u32 budget)
 void Map::load_unknown(const std::string &label)
 {
 	Collector collector(record_, labels_);
-	library().fp_CB_vexil_pim_load_setting_by_name(record_, label.c_str(), receive_registers, &collector);
+	pim_load_setting_by_name(record_, label.c_str(), receive_registers, &collector);
 }
 
 Load Map::load_preset(u16 id, const std::string &table)
 {
 	Collector collector(record_, labels_);
-	std::string name = table; // the table's slots take no constants
-	library().fp_CB_vexil_pim_load_preset(record_, &id, 1, name.data(), receive_registers, &collector);
+	pim_load_preset(record_, &id, 1, table.c_str(), receive_registers, &collector);
 	return collector.take();
 }
 
 Load Map::load_common()
 {
 	Collector collector(record_, labels_);
-	library().fp_CB_vexil_pim_load_common_reg_setting(record_, receive_registers, &collector);
+	pim_load_common_reg_setting(record_, receive_registers, &collector);
 	return collector.take();
 }
 

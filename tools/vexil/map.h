@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Map: a PIM and what it stands on. The one place that calls the
-// library's services for maps.
+// Map: a PIM and what it stands on. The one place that calls the library's pim_ functions.
 #pragma once
 
 #include <optional>

@@ -52,7 +52,7 @@ void run_merge(const Options &options)
 	const std::vector<char> image = merged->exported();
 	if (image.empty())
 		refuse(options.sub, "the merged map is too large for an image");
-	write_outputs({{options.output, image}});
+	write_output(options.output, image);
 	fmt::print("{}: {} of {} nodes, {} bytes\n", printable(options.output),
 		   grouped(merged->nodes_used()), grouped(kMostNodes), grouped(image.size()));
 }
