@@ -152,7 +152,8 @@ TEST_F(ToolJsonFault, FortyNineLevelsAreTooDeep)
 		objects += "{\"a\":\n";
 	expect_fault(objects, ":49:1: nested deeper than 48");
 	write("hw.json", nested(48));
-	EXPECT_EQ(vexil({"build", "-o", "/dev/null", "--hw", "hw.json", "--keep-going"}).exit_code, 0);
+	EXPECT_EQ(vexil({"build", "-o", "/dev/null", "--hw", "hw.json", "--keep-going"}).exit_code,
+		  0);
 	// A hundred thousand levels neither exhaust the stack nor take long.
 	expect_fault(std::string(100000, '['), ":1:49: nested deeper than 48");
 }

@@ -21,6 +21,7 @@
 #include "output_file.h"
 #include "product.h"
 #include "register_lists.h"
+#include "rule_build.h"
 #include "text.h"
 
 namespace vexil_tool {
@@ -32,7 +33,9 @@ constexpr const char *kGroupsKey = "PqFuncGroups";
 struct Options {
 	std::string product;
 	std::vector<std::string> hardware, software, customer, handlers, files, groups;
+	std::vector<std::string> sources, rules;
 	std::string output;
+	std::string rules_output;
 	bool keep_going = false;
 };
 
@@ -90,7 +93,7 @@ public:
 		const Json document = begin_document(path);
 		lists_.add_hardware(document.get(), path, &console_);
 		map_.insert_hardware(document.get());
-		log_.warn_all(console_, path);
+		complain(path);
 	}
 
 	void software(const std::string &path)
@@ -98,7 +101,7 @@ public:
 		const Json document = begin_document(path);
 		lists_.add_software(document.get(), path, &console_);
 		map_.insert_software(document.get());
-		log_.warn_all(console_, path);
+		complain(path);
 	}
 
 	void customer(const std::string &path)
@@ -106,7 +109,7 @@ public:
 		const Json document = begin_document(path);
 		lists_.add_customer(document.get(), path, &console_);
 		map_.insert_customer(document.get());
-		log_.warn_all(console_, path);
+		complain(path);
 	}
 
 	void handler(const std::string &label)
@@ -138,7 +141,26 @@ public:
 		const bool inserted = map_.insert_groups(document.get());
 		if (!inserted)
 			refuse(path, cause_of_refusal(document.get(), log_.take()));
-		log_.warn_all(console_, path);
+		complain(path);
+	}
+
+	void sources(const std::string &path)
+	{
+		const Json document = begin_document(path);
+		rule_build().sources(document.get(), path);
+	}
+
+	void rules(const std::string &path)
+	{
+		const Json document = begin_document(path);
+		rule_build().rules(document.get(), path);
+	}
+
+	/** Complains about names that rules wait for. */
+	void finish_rules()
+	{
+		if (rules_)
+			rules_->finish();
 	}
 
 	/** Warns about names in the map that lead elsewhere. */
@@ -161,8 +183,65 @@ public:
 	}
 
 	[[nodiscard]] const Map &map() const { return map_; }
+	/** Null unless there were sources or rules. */
+	[[nodiscard]] RuleBuild *rule_image() { return rules_.get(); }
 
 private:
+	/** Rules are compiled against the map as it is then. */
+	RuleBuild &rule_build()
+	{
+		if (!rules_) {
+			std::vector<std::string> labels;
+			const Catalogue catalogue(map_);
+			for (const ConfigPlace &place : catalogue.configs())
+				labels.push_back(place.config->label);
+			rules_ = std::make_unique<RuleBuild>(console_, log_, map_,
+							     std::move(labels));
+		}
+		return *rules_;
+	}
+
+	/** Registers that an unknown one may have been meant to be. */
+	[[nodiscard]] std::string hint(const std::string &message) const
+	{
+		constexpr size_t kMostHints = 50; // complaints that get one: it takes time
+		static constexpr std::pair<const char *, RegisterList RegisterLists::*> kUnknown[] =
+			{
+				{"Cannot find hw_register ", &RegisterLists::hardware},
+				{"Cannot find sw_register ", &RegisterLists::software},
+			};
+		for (const auto &[begin, list] : kUnknown) {
+			if (!message.starts_with(begin) || console_.warnings() >= kMostHints)
+				continue;
+			std::vector<std::string> known = (lists_.*list).all();
+			if (list == &RegisterLists::software) { // one message for both
+				const std::vector<std::string> more = lists_.customer.all();
+				known.insert(known.end(), more.begin(), more.end());
+			}
+			return similar_hint(
+				std::string_view(message).substr(std::string_view(begin).size()),
+				known);
+		}
+		return {};
+	}
+
+	/** The library's complaints about a document, in words for those who wrote it. */
+	void complain(const std::string &path)
+	{
+		for (const std::string &line : log_.take()) {
+			std::string message(message_of(line));
+			if (is_name_complaint(line))
+				continue; // checks of ours say in which name
+			if (message.ends_with("Cannot find lut file (null)"))
+				message = "a lookup table is for a handler that is not listed";
+			else if (message.ends_with("Invalid entry found at "))
+				message = "an entry is not a register's name with a number";
+			else
+				message += hint(message);
+			console_.warn(path, message);
+		}
+	}
+
 	/** From which node on the map holds what a document brought. */
 	struct Origin {
 		size_t first_node;
@@ -267,6 +346,7 @@ private:
 	LibraryLog log_;
 	Map map_;
 	RegisterLists lists_;
+	std::unique_ptr<RuleBuild> rules_;
 	std::vector<Origin> origins_;
 	size_t step_ = 0;
 	size_t steps_;
@@ -285,27 +365,22 @@ Product product_of(const Options &options, Console &console)
 	append(product.customer, options.customer);
 	append(product.handlers, options.handlers);
 	append(product.groups, options.groups);
+	append(product.sources, options.sources);
+	append(product.rules, options.rules);
 	for (const std::string &file : options.files)
 		add_file_option(product, file);
 	return product;
 }
 
-void run_build(const Options &options)
+bool builds_nothing(const Options &options)
 {
-	const bool nothing = options.product.empty() && options.hardware.empty() &&
-			     options.software.empty() && options.customer.empty() &&
-			     options.handlers.empty() && options.files.empty() &&
-			     options.groups.empty();
-	if (nothing)
-		refuse_usage("a product or something else to build from is needed (see 'vexil "
-			     "build --help')");
+	return options.product.empty() && options.hardware.empty() && options.software.empty() &&
+	       options.customer.empty() && options.handlers.empty() && options.files.empty() &&
+	       options.groups.empty() && options.sources.empty() && options.rules.empty();
+}
 
-	const auto begin = std::chrono::steady_clock::now();
-	Console console(options.keep_going ? "warning: " : "");
-	const Product product = product_of(options, console);
-	Build build(console, product.hardware.size() + product.software.size() +
-				     product.customer.size() + product.files.size() +
-				     product.groups.size());
+void build_all(Build &build, const Product &product)
+{
 	for (const std::string &path : product.hardware)
 		build.hardware(path);
 	for (const std::string &path : product.software)
@@ -319,19 +394,59 @@ void run_build(const Options &options)
 	for (const std::string &path : product.groups)
 		build.groups(path);
 	build.check_names();
+	for (const std::string &path : product.sources)
+		build.sources(path);
+	for (const std::string &path : product.rules)
+		build.rules(path);
+	build.finish_rules();
+}
+
+void run_build(const Options &options)
+{
+	if (builds_nothing(options))
+		refuse_usage("a product or something else to build from is needed (see 'vexil "
+			     "build --help')");
+
+	const auto begin = std::chrono::steady_clock::now();
+	Console console(options.keep_going ? "warning: " : "");
+	const Product product = product_of(options, console);
+	const std::string rules_output =
+		options.rules_output.empty() ? rules_beside(options.output) : options.rules_output;
+	if ((!product.sources.empty() || !product.rules.empty()) && rules_output == options.output)
+		refuse_usage(fmt::format("{} would be both images; name one with --rules-out (see "
+					 "'vexil build --help')",
+					 options.output));
+	Build build(console, product.hardware.size() + product.software.size() +
+				     product.customer.size() + product.files.size() +
+				     product.groups.size() + product.sources.size() +
+				     product.rules.size());
+	build_all(build, product);
 	console.clear_progress();
 
 	const size_t warnings = console.warnings();
 	if (warnings > 0 && !options.keep_going)
-		throw Failure(Exit::kRefused,
-			      fmt::format("{}: not written: {} (--keep-going writes it all the same)",
-					  options.output, counted(warnings, "fault")));
-	const std::vector<char> image = build.image();
-	write_output(options.output, image);
+		throw Failure(
+			Exit::kRefused,
+			fmt::format("{}: not written: {} (--keep-going writes it all the same)",
+				    options.output, counted(warnings, "fault")));
+	std::vector<Output> outputs = {{options.output, build.image()}};
+	RuleBuild *rules = build.rule_image();
+	const bool beside_device = options.rules_output.empty() && is_device(options.output);
+	if (rules && !beside_device)
+		outputs.push_back({rules_output, rules->image()});
+	write_outputs(outputs);
 	const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - begin;
 	fmt::print("{}: {} of {} nodes, {} bytes, {:.2f} s{}\n", printable(options.output),
-		   grouped(build.map().nodes_used()), grouped(kMostNodes), grouped(image.size()),
-		   seconds.count(), warnings ? ", " + counted(warnings, "warning") : "");
+		   grouped(build.map().nodes_used()), grouped(kMostNodes),
+		   grouped(outputs[0].bytes.size()), seconds.count(),
+		   warnings ? ", " + counted(warnings, "warning") : "");
+	if (outputs.size() > 1)
+		fmt::print("{}: {} of {} nodes, {} bytes\n", printable(rules_output),
+			   grouped(rules->nodes_used()), grouped(kMostNodes),
+			   grouped(outputs[1].bytes.size()));
+	else if (rules)
+		fmt::print("the rules are not written: {} is no regular file (--rules-out FILE)\n",
+			   printable(options.output));
 }
 
 } // namespace
@@ -339,11 +454,12 @@ void run_build(const Options &options)
 void add_build(CLI::App &app)
 {
 	const auto options = std::make_shared<Options>();
-	CLI::App *build = app.add_subcommand("build", "Build a map image from a product");
+	CLI::App *build =
+		app.add_subcommand("build", "Build a PIM image, and a rule image, from a product");
 	build->add_option(
 		"PRODUCT", options->product,
 		"Manifest, or folder with a product.json; paths in it are relative to it");
-	build->add_option("-o,--output", options->output, "Image to write")->required();
+	build->add_option("-o,--output", options->output, "PIM image to write")->required();
 	build->add_option("--hw", options->hardware, "Hardware register lists")->type_name("FILE");
 	build->add_option("--sw", options->software, "Software register lists")->type_name("FILE");
 	build->add_option("--cus", options->customer, "Customer register lists")->type_name("FILE");
@@ -352,17 +468,24 @@ void add_build(CLI::App &app)
 	build->add_option("--file", options->files, "Files, or folders of files, to put in")
 		->type_name("[NAME=]PATH");
 	build->add_option("--groups", options->groups, "Function groups")->type_name("FILE");
+	build->add_option("--sources", options->sources, "Source declarations")->type_name("FILE");
+	build->add_option("--rules", options->rules, "Rules")->type_name("FILE");
+	build->add_option("--rules-out", options->rules_output,
+			  "Rule image to write; otherwise -o with the suffix .rule")
+		->type_name("FILE");
 	build->add_flag("--keep-going", options->keep_going,
 			"Warn about entries that cannot be resolved, and leave them out");
 	build->footer(R"(
 Options add to the product; each takes one or more values, so PRODUCT stands first.
 Entries that cannot be resolved (an unknown register, a name that is taken) are reported,
 each in a line with its document, and no image is written unless --keep-going is given.
-The image appears whole or not at all.
+A product with sources or rules gives a rule image as well. Images appear whole, and both
+or none.
 
 Examples:
   vexil build examples/tv -o tv.pim
   vexil build examples/tv -o tv.pim --groups trial.json --keep-going
+  vexil build examples/tv -o tv.pim --rules trial.json --rules-out trial.rule
   vexil build -o my.pim --hw hw.json --handler gamma_lut --file gamma.bin --groups g.json)");
 	build->callback([options] { run_build(*options); });
 }

@@ -12,6 +12,9 @@ void add_info(CLI::App &app);
 void add_dump(CLI::App &app);
 void add_list(CLI::App &app);
 void add_load(CLI::App &app);
+void add_run(CLI::App &app);
+void add_explain(CLI::App &app);
 void add_merge(CLI::App &app);
+void add_presetdb(CLI::App &app);
 
 } // namespace vexil_tool

@@ -11,7 +11,8 @@ namespace vexil_tool {
 
 class Console {
 public:
-	/** @mark: what stands before the text of a warning; empty where warnings end in a refusal. */
+	/** @mark: what stands before the text of a warning; empty where warnings end in a refusal.
+	 */
 	explicit Console(std::string mark = "warning: ");
 	~Console();
 	Console(const Console &) = delete;

@@ -3,6 +3,8 @@
 // vexil dump: the node tree of an image.
 
 #include <memory>
+#include <optional>
+#include <utility>
 
 #include "commands.h"
 #include "console.h"
@@ -20,9 +22,18 @@ struct Options {
 void run_dump(const Options &options)
 {
 	Console console;
-	const Map map = open_map(options.image, console);
+	ImageFile image = read_image(options.image, console);
+	std::optional<Map> map;
+	std::optional<Rules> rules;
+	if (image.kind == ImageKind::kMap)
+		map.emplace(open_map(std::move(image), {}, console));
+	else
+		rules.emplace(open_rules(std::move(image)));
 	const LogToOutput output;
-	map.print();
+	if (map)
+		map->print();
+	else
+		rules->print();
 	if (!output.complete())
 		console.warn(options.image, "its tree is damaged; the dump is cut short");
 }
@@ -33,13 +44,14 @@ void add_dump(CLI::App &app)
 {
 	const auto options = std::make_shared<Options>();
 	CLI::App *dump = app.add_subcommand("dump", "Print the node tree of an image");
-	dump->add_option("IMAGE", options->image, "PIM image")->required();
+	dump->add_option("IMAGE", options->image, "PIM image or rule image")->required();
 	dump->footer(R"(
 A line is a node: its id and tag behind three dashes for each level. Lines with PROP: are
 texts.
 
-Example:
-  vexil dump tv.pim | less)");
+Examples:
+  vexil dump tv.pim | less
+  vexil dump tv.rule | less)");
 	dump->callback([options] { run_dump(*options); });
 }
 

@@ -100,6 +100,20 @@ Map open_map(ImageFile image, std::vector<ST_PQ_REG_INFO> table, Console &consol
 	return std::move(*map);
 }
 
+Rules open_rules(ImageFile image)
+{
+	if (image.kind != ImageKind::kRules)
+		refuse(image.path, "is a PIM image; a rule image is needed");
+	LibraryLog log;
+	std::optional<Rules> rules = Rules::adopt(std::move(image.bytes));
+	if (rules)
+		return std::move(*rules);
+	std::string cause = "was refused by the library";
+	for (const std::string &line : log.take())
+		cause += fmt::format(": {}", message_of(line));
+	refuse(image.path, cause);
+}
+
 Map open_map(const std::string &path, Console &console)
 {
 	return open_map(read_image(path, console), {}, console);

@@ -8,6 +8,7 @@
 
 #include "console.h"
 #include "map.h"
+#include "rules.h"
 
 namespace vexil_tool {
 
@@ -38,6 +39,9 @@ struct ImageFile {
  * one whose names could not all be indexed is warned about.
  */
 [[nodiscard]] Map open_map(ImageFile image, std::vector<ST_PQ_REG_INFO> table, Console &console);
+
+/** Rules over an image. An image of another kind, or one that the library refuses, is refused. */
+[[nodiscard]] Rules open_rules(ImageFile image);
 
 /** read_image and open_map. */
 [[nodiscard]] Map open_map(const std::string &path, Console &console);

@@ -13,6 +13,7 @@
 #include "image_file.h"
 #include "json_output.h"
 #include "names.h"
+#include "rule_catalogue.h"
 #include "text.h"
 
 namespace vexil_tool {
@@ -69,6 +70,35 @@ std::vector<Count> counts_of(const Catalogue &catalogue)
 		{"tables", "lookup tables used", tables},
 		{"algorithms", "algorithm files used", algorithms},
 		{"files", "files", catalogue.files.size()},
+	};
+}
+
+std::vector<Count> counts_of(const RuleCatalogue &catalogue)
+{
+	u64 values = 0, numbers = 0, ranges = 0, labels = 0;
+	u64 cases = 0, alternatives = 0;
+	for (const SourceInfo &source : catalogue.sources) {
+		values += source.kind == SourceKind::kValues;
+		numbers += source.kind == SourceKind::kNumber;
+		ranges += source.kind == SourceKind::kRanges;
+		labels += source.labels.size();
+	}
+	for (const RuleInfo &rule : catalogue.rules) {
+		cases += rule.cases.size();
+		alternatives += rule.alternatives();
+	}
+	return {
+		{"usedBits", "key bits", catalogue.key_bits},
+		{"keyWords", "key words", catalogue.key_words()},
+		{"slots", "value slots", catalogue.slots},
+		{"sources", "sources", catalogue.sources.size()},
+		{"enumeratedSources", "with named values", values},
+		{"valueSources", "with a number", numbers},
+		{"redefinedSources", "with named ranges", ranges},
+		{"labels", "source labels", labels},
+		{"rules", "rules", catalogue.rules.size()},
+		{"cases", "cases", cases},
+		{"alternatives", "alternatives", alternatives},
 	};
 }
 
@@ -140,8 +170,7 @@ void print_text(const ImageFile &image, size_t size, const std::vector<Count> &c
 	line("nodes", use(image.nodes(), kMostNodes));
 	line("node bytes", use(image.node_bytes_used, image.node_bytes_max));
 	line("data bytes", use(image.data_bytes_used, image.data_bytes_max));
-	if (!counts.empty())
-		fmt::print("\ncontent\n");
+	fmt::print("\ncontent\n");
 	for (const Count &count : counts)
 		line(count.name, grouped(count.value));
 }
@@ -149,20 +178,24 @@ void print_text(const ImageFile &image, size_t size, const std::vector<Count> &c
 void run_info(const Options &options)
 {
 	Console console;
-	ImageFile image = read_image(options.image, console);
+	const ImageFile image = read_image(options.image, console);
 	const size_t size = image.bytes.size();
 	std::vector<Count> counts;
+	bool damaged = false;
+	ImageFile whole = image;
 	if (image.kind == ImageKind::kMap) {
-		std::vector<char> bytes = std::move(image.bytes);
-		ImageFile whole = image;
-		whole.bytes = std::move(bytes);
 		const Map map = open_map(std::move(whole), {}, console);
 		const Catalogue catalogue(map);
-		if (catalogue.damaged)
-			console.warn(options.image,
-				     "its tree is damaged; what is counted may be wrong");
+		damaged = catalogue.damaged;
+		counts = counts_of(catalogue);
+	} else {
+		const Rules rules = open_rules(std::move(whole));
+		const RuleCatalogue catalogue(rules);
+		damaged = catalogue.damaged;
 		counts = counts_of(catalogue);
 	}
+	if (damaged)
+		console.warn(options.image, "its tree is damaged; what is counted may be wrong");
 	if (options.json)
 		print_json(image, size, counts);
 	else
@@ -181,6 +214,7 @@ void add_info(CLI::App &app)
 	info->footer(R"(
 Examples:
   vexil info tv.pim
+  vexil info tv.rule
   vexil info tv.pim --json)");
 	info->callback([options] { run_info(*options); });
 }

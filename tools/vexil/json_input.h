@@ -9,11 +9,12 @@
 
 #include "console.h"
 #include "core/json.h"
+#include "library.h"
 
 namespace vexil_tool {
 
 struct DeleteJson {
-	void operator()(cJSON *root) const { vexil_json_delete(root); }
+	void operator()(cJSON *root) const { library().fp_CB_vexil_json_delete(root); }
 };
 using Json = std::unique_ptr<cJSON, DeleteJson>;
 

@@ -105,4 +105,9 @@ std::string_view message_of(std::string_view line)
 	return line;
 }
 
+bool is_name_complaint(std::string_view line)
+{
+	return line.find("insert wrong string member") != std::string_view::npos;
+}
+
 } // namespace vexil_tool

@@ -51,4 +51,7 @@ private:
 /** A log line without the brackets that say where in the library it comes from. */
 [[nodiscard]] std::string_view message_of(std::string_view line);
 
+/** A line of the name index about a character that it refuses; it does not say in which name. */
+[[nodiscard]] bool is_name_complaint(std::string_view line);
+
 } // namespace vexil_tool

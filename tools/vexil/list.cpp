@@ -1,19 +1,22 @@
 // SPDX-License-Identifier: MIT
 //
-// vexil list: the labels of an image, presets and files.
+// vexil list: labels, presets and files of a map; sources and rules of a rule image.
 
 #include <algorithm>
 #include <map>
 #include <memory>
+#include <utility>
 
 #include <fmt/format.h>
 
 #include "catalogue.h"
 #include "commands.h"
+#include "conditions.h"
 #include "console.h"
 #include "image_file.h"
 #include "json_output.h"
 #include "names.h"
+#include "rule_catalogue.h"
 #include "text.h"
 
 namespace vexil_tool {
@@ -22,6 +25,8 @@ namespace {
 
 struct Options {
 	std::string image;
+	bool rules = false;
+	bool sources = false;
 	bool json = false;
 };
 
@@ -105,10 +110,163 @@ void print_text(const Catalogue &catalogue)
 			   grouped(file.data.size()));
 }
 
+// ---- rule images ----
+
+std::string field_text(const SourceInfo &source)
+{
+	const u32 first = source.field.shift;
+	switch (source.kind) {
+	case SourceKind::kValues:
+		return fmt::format("bits {} to {}", first, first + source.field.width - 1u);
+	case SourceKind::kNumber:
+		return fmt::format("bit {}, slot {}", first, source.slot);
+	case SourceKind::kRanges:
+		break;
+	}
+	return "no bits";
+}
+
+std::string value_text(const LabelInfo &label, const RuleCatalogue &catalogue)
+{
+	if (label.ranges.empty())
+		return label.value;
+	std::string ranges;
+	for (const RangeInfo &range : label.ranges) {
+		const SourceInfo *source = catalogue.source_of_slot(range.slot);
+		ranges += fmt::format("{}{} {}", ranges.empty() ? "" : ", ",
+				      source ? source->name : "unresolved",
+				      interval_text(range.first, range.last));
+	}
+	return fmt::format("{} ({})", label.value, ranges);
+}
+
+OutputJson sources_json(const RuleCatalogue &catalogue)
+{
+	OutputJson sources = OutputJson::array();
+	for (const SourceInfo &source : catalogue.sources) {
+		OutputJson output = {{"name", source.name},
+				     {"kind", source_kind_name(source.kind)}};
+		if (source.kind != SourceKind::kRanges) {
+			output["shift"] = source.field.shift;
+			output["width"] = source.field.width;
+		}
+		if (source.kind == SourceKind::kNumber)
+			output["slot"] = source.slot;
+		OutputJson values = OutputJson::array();
+		for (const LabelInfo &label : source.labels) {
+			if (source.kind == SourceKind::kNumber)
+				continue;
+			OutputJson value = {{"value", label.value}, {"id", label.id}};
+			if (source.kind == SourceKind::kValues)
+				value["code"] = label.field.rank;
+			OutputJson ranges = OutputJson::array();
+			for (const RangeInfo &range : label.ranges) {
+				const SourceInfo *of = catalogue.source_of_slot(range.slot);
+				ranges.push_back({{"source", of ? of->name : ""},
+						  {"first", range.first},
+						  {"last", range.last}});
+			}
+			if (source.kind == SourceKind::kRanges)
+				value["ranges"] = ranges;
+			values.push_back(value);
+		}
+		output["values"] = values;
+		sources.push_back(output);
+	}
+	return sources;
+}
+
+std::vector<std::string> child_names(const RuleInfo &rule, const RuleCatalogue &catalogue)
+{
+	std::vector<std::string> names;
+	for (const u16 id : rule.children())
+		names.push_back(id == VEXIL_NO_ID ? "(not defined)" : catalogue.rule_name(id));
+	return names;
+}
+
+OutputJson rules_json(const RuleCatalogue &catalogue)
+{
+	OutputJson rules = OutputJson::array();
+	for (const RuleInfo &rule : catalogue.rules) {
+		OutputJson output = {{"name", rule.name},
+				     {"id", rule.id},
+				     {"version", version_text(rule.version)},
+				     {"cases", rule.cases.size()},
+				     {"alternatives", rule.alternatives()},
+				     {"children", child_names(rule, catalogue)}};
+		if (rule.hidden)
+			output["hidden"] = true;
+		rules.push_back(output);
+	}
+	return rules;
+}
+
+void print_sources(const RuleCatalogue &catalogue)
+{
+	fmt::print("sources ({}; {} in {})\n", catalogue.sources.size(),
+		   counted(catalogue.key_bits, "key bit"), counted(catalogue.key_words(), "word"));
+	for (const SourceInfo &source : catalogue.sources) {
+		const bool named = source.kind != SourceKind::kNumber;
+		fmt::print("  {}  {}, {}\n", printable(source.name),
+			   named ? counted(source.labels.size(),
+					   source.kind == SourceKind::kRanges ? "range" : "value")
+				 : "a number",
+			   field_text(source));
+		if (!named)
+			continue;
+		std::vector<std::string> values;
+		for (const LabelInfo &label : source.labels)
+			values.push_back(printable(value_text(label, catalogue)));
+		fmt::print("    {}\n", joined(values));
+	}
+}
+
+void print_rules(const RuleCatalogue &catalogue)
+{
+	fmt::print("rules ({})\n", catalogue.rules.size());
+	for (const RuleInfo &rule : catalogue.rules) {
+		fmt::print("  {:>5}  {}  {}  {}, {}{}\n", rule.id, printable(rule.name),
+			   version_text(rule.version), counted(rule.cases.size(), "case"),
+			   counted(rule.alternatives(), "alternative"),
+			   rule.hidden ? "; its name is another's" : "");
+		const std::vector<std::string> children = child_names(rule, catalogue);
+		if (!children.empty())
+			fmt::print("         leads to {}\n", printable(joined(children)));
+	}
+}
+
+void list_rules(const Options &options, ImageFile image, Console &console)
+{
+	const Rules context = open_rules(std::move(image));
+	const RuleCatalogue catalogue(context);
+	if (catalogue.damaged)
+		console.warn(options.image, "its tree is damaged; the list is cut short");
+	const bool both = options.rules == options.sources;
+	const bool sources = both || options.sources;
+	const bool rules = both || options.rules;
+	if (options.json) {
+		OutputJson output = {{"image", options.image}};
+		if (sources)
+			output["sources"] = sources_json(catalogue);
+		if (rules)
+			output["rules"] = rules_json(catalogue);
+		return print(output);
+	}
+	if (sources)
+		print_sources(catalogue);
+	if (both)
+		fmt::print("\n");
+	if (rules)
+		print_rules(catalogue);
+}
+
 void run_list(const Options &options)
 {
 	Console console;
-	const Map map = open_map(options.image, console);
+	ImageFile image = read_image(options.image, console);
+	if (image.kind == ImageKind::kRules || options.rules || options.sources)
+		return list_rules(options, std::move(image), console);
+	const Map map = open_map(std::move(image), {}, console);
 	const Catalogue catalogue(map);
 	if (catalogue.damaged)
 		console.warn(options.image, "its tree is damaged; the list is cut short");
@@ -123,16 +281,20 @@ void run_list(const Options &options)
 void add_list(CLI::App &app)
 {
 	const auto options = std::make_shared<Options>();
-	CLI::App *list =
-		app.add_subcommand("list", "List the labels of an image by IP and setting");
-	list->add_option("IMAGE", options->image, "PIM image")->required();
+	CLI::App *list = app.add_subcommand(
+		"list", "List what is in an image: labels, or sources and rules");
+	list->add_option("IMAGE", options->image, "PIM image or rule image")->required();
+	list->add_flag("--rules", options->rules, "Only the rules of a rule image");
+	list->add_flag("--sources", options->sources, "Only the sources of a rule image");
 	list->add_flag("--json", options->json, "Print JSON");
 	list->footer(R"(
 A configuration's line: id, label, kind, number of blocks and of register pairs. Presets
-follow once more by their register table, then the files.
+follow once more by their register table, then the files. Of a rule image: sources with
+their values and place in the key, rules with their version, size and children.
 
 Examples:
   vexil list tv.pim
+  vexil list tv.rule --rules
   vexil list tv.pim --json)");
 	list->callback([options] { run_list(*options); });
 }

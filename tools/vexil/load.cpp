@@ -366,18 +366,7 @@ void add_load(CLI::App &app)
 		->type_name("TABLE")
 		->excludes(budget);
 	load->add_flag("--common", options->common, "The shared registers of every setting, first");
-	load->add_option("--product", options->names.product,
-			 "Manifest or folder: names for numbers")
-		->type_name("PRODUCT");
-	load->add_option("--hw", options->names.hardware, "Hardware register lists: names")
-		->type_name("FILE");
-	load->add_option("--sw", options->names.software, "Software register lists: names")
-		->type_name("FILE");
-	load->add_option("--cus", options->names.customer, "Customer register lists: names")
-		->type_name("FILE");
-	load->add_option("--reginfo", options->names.register_info,
-			 "Register table: where positions live; otherwise that of the product")
-		->type_name("FILE");
+	add_name_options(*load, options->names);
 	load->add_flag("--address", options->address_form,
 		       "Adopt the image with the register table: lists arrive in address form");
 	load->add_flag("--json", options->json, "Print JSON");

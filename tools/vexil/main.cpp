@@ -24,6 +24,7 @@ Examples:
   vexil build examples/tv -o tv.pim
   vexil info tv.pim
   vexil load tv.pim 'Dimming_Level#High' --product examples/tv
+  vexil run tv.pim tv.rule --rule Picture --set "Input:HDMI1;Luma:812" --product examples/tv
 
 'vexil COMMAND --help' explains a command.
 
@@ -61,7 +62,10 @@ int run(int argc, char **argv)
 	vexil_tool::add_dump(app);
 	vexil_tool::add_list(app);
 	vexil_tool::add_load(app);
+	vexil_tool::add_run(app);
+	vexil_tool::add_explain(app);
 	vexil_tool::add_merge(app);
+	vexil_tool::add_presetdb(app);
 	try {
 		app.parse(argc, argv);
 	} catch (const CLI::Success &asked) { // --help, --version

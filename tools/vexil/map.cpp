@@ -7,6 +7,8 @@
 #include <new>
 #include <utility>
 
+#include "library.h"
+
 namespace vexil_tool {
 
 namespace {
@@ -106,8 +108,10 @@ cJSON *unlocked(const cJSON *document)
 
 Map::Map()
 {
-	if (!pim_init(&record_, nullptr, 0, nullptr, 0))
+	void *context = nullptr;
+	if (!library().fp_CB_vexil_pim_init(&context, nullptr, 0))
 		throw std::bad_alloc();
+	record_ = static_cast<pim *>(context);
 }
 
 Map::Map(Map &&other) noexcept
@@ -118,7 +122,8 @@ Map::Map(Map &&other) noexcept
 
 Map::~Map()
 {
-	pim_destroy(&record_);
+	void *context = record_;
+	library().fp_CB_vexil_pim_destroy(&context);
 }
 
 std::optional<Map> Map::adopt(std::vector<char> image, std::vector<ST_PQ_REG_INFO> table,
@@ -127,8 +132,11 @@ std::optional<Map> Map::adopt(std::vector<char> image, std::vector<ST_PQ_REG_INF
 	Map map(static_cast<pim *>(nullptr));
 	map.image_ = std::move(image);
 	map.table_ = std::move(table);
-	*complete = pim_init(&map.record_, map.image_.data(), static_cast<u32>(map.image_.size()),
-			     map.table_.data(), map.table_.size());
+	void *context = nullptr;
+	*complete = library().fp_CB_vexil_pim_init_with_regmerge(
+		&context, map.image_.data(), static_cast<u32>(map.image_.size()), map.table_.data(),
+		map.table_.size());
+	map.record_ = static_cast<pim *>(context); // also of a map that is not complete
 	if (!map.record_)
 		return std::nullopt;
 	return map;
@@ -137,7 +145,7 @@ std::optional<Map> Map::adopt(std::vector<char> image, std::vector<ST_PQ_REG_INF
 std::optional<Map> Map::merge(const Map &base, const Map &sub, extmem_err_code *error)
 {
 	Map map;
-	if (pim_merge(map.record_, base.record_, sub.record_))
+	if (library().fp_CB_vexil_pim_merge(map.record_, base.record_, sub.record_))
 		return map;
 	*error = map.store_error();
 	return std::nullopt;
@@ -145,43 +153,44 @@ std::optional<Map> Map::merge(const Map &base, const Map &sub, extmem_err_code *
 
 bool Map::insert_hardware(const cJSON *document)
 {
-	return pim_insert_regmap_json(record_, unlocked(document));
+	return library().fp_CB_vexil_pim_insert_regmap_json(record_, unlocked(document));
 }
 
 bool Map::insert_software(const cJSON *document)
 {
-	return pim_insert_vregmap_json(record_, unlocked(document));
+	return library().fp_CB_vexil_pim_insert_vregmap_json(record_, unlocked(document));
 }
 
 bool Map::insert_customer(const cJSON *document)
 {
-	return pim_insert_cus_vregmap_json(record_, unlocked(document));
+	return library().fp_CB_vexil_pim_insert_cus_vregmap_json(record_, unlocked(document));
 }
 
 bool Map::insert_handler(const std::string &label)
 {
-	return pim_insert_handler(record_, label.c_str(), nullptr);
+	return library().fp_CB_vexil_pim_insert_handler(record_, label.c_str(), nullptr);
 }
 
 bool Map::insert_file(const std::string &name, const std::vector<char> &bytes)
 {
-	return pim_insert_file(record_, name.c_str(), bytes.data(), static_cast<u32>(bytes.size()));
+	return library().fp_CB_vexil_pim_insert_file(record_, name.c_str(), bytes.data(),
+						     static_cast<u32>(bytes.size()));
 }
 
 bool Map::insert_groups(const cJSON *document)
 {
-	return pim_insert(record_, unlocked(document));
+	return library().fp_CB_vexil_pim_insert(record_, unlocked(document));
 }
 
 void Map::finish()
 {
-	pim_finish(record_);
+	library().fp_CB_vexil_pim_finish(record_);
 }
 
 std::vector<char> Map::exported()
 {
-	std::vector<char> image(pim_get_export_size(record_));
-	image.resize(pim_export(record_, image.data()));
+	std::vector<char> image(library().fp_CB_vexil_pim_get_export_size(record_));
+	image.resize(library().fp_CB_vexil_pim_export(record_, image.data()));
 	return image;
 }
 
@@ -200,6 +209,25 @@ u16 Map::ip_id(const std::string &name) const
 	const int id = ctrie_find(&record_->ip_map, name.c_str());
 	return id >= 0 && id < static_cast<int>(VEXIL_NO_ID) ? static_cast<u16>(id)
 							     : u16{VEXIL_NO_ID};
+}
+
+bool Map::is_setting(u16 id) const
+{
+	const int tag = extmem_fetch_tag(extmem_create_node_d(&record_->builder, id));
+	return tag == EXTMEM_TAG_IP_CONFIG || tag == EXTMEM_TAG_IP_COMMON_REG_CONFIG;
+}
+
+bool Map::is_preset(u16 id) const
+{
+	return extmem_fetch_tag(extmem_create_node_d(&record_->builder, id)) ==
+	       EXTMEM_TAG_IP_PRESET_REG_CONFIG;
+}
+
+std::string Map::label(u16 id) const
+{
+	char *text = nullptr;
+	library().fp_CB_vexil_pim_get_setting(record_, id, &text);
+	return text ? text : "";
 }
 
 size_t Map::nodes_used() const
@@ -223,16 +251,17 @@ void Map::receive_tables(const std::vector<std::string> &labels)
 		if (labels_.size() == kMostHandlers)
 			break;
 		labels_.push_back(label);
-		pim_insert_handler(record_, label.c_str(), kTableReceivers[labels_.size() - 1]);
+		library().fp_CB_vexil_pim_insert_handler(record_, label.c_str(),
+							 kTableReceivers[labels_.size() - 1]);
 	}
-	pim_insert_alg_handler(record_, receive_algorithm);
+	library().fp_CB_vexil_pim_insert_alg_handler(record_, receive_algorithm);
 }
 
 Load Map::load(u16 id, u32 budget)
 {
 	Collector collector(record_, labels_);
-	const u32 remaining =
-		pim_load_setting_count(record_, id, budget, receive_registers, &collector);
+	const u32 remaining = library().fp_CB_vexil_pim_load_setting_count(
+		record_, id, budget, receive_registers, &collector);
 	Load load = collector.take();
 	load.remaining = remaining;
 	return load;
@@ -241,20 +270,23 @@ Load Map::load(u16 id, u32 budget)
 void Map::load_unknown(const std::string &label)
 {
 	Collector collector(record_, labels_);
-	pim_load_setting_by_name(record_, label.c_str(), receive_registers, &collector);
+	library().fp_CB_vexil_pim_load_setting_by_name(record_, label.c_str(), receive_registers,
+						       &collector);
 }
 
 Load Map::load_preset(u16 id, const std::string &table)
 {
 	Collector collector(record_, labels_);
-	pim_load_preset(record_, &id, 1, table.c_str(), receive_registers, &collector);
+	std::string name = table; // the table's slots take no constants
+	library().fp_CB_vexil_pim_load_preset(record_, &id, 1, name.data(), receive_registers,
+					      &collector);
 	return collector.take();
 }
 
 Load Map::load_common()
 {
 	Collector collector(record_, labels_);
-	pim_load_common_reg_setting(record_, receive_registers, &collector);
+	library().fp_CB_vexil_pim_load_common_reg_setting(record_, receive_registers, &collector);
 	return collector.take();
 }
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// Map: a PIM and what it stands on. The one place that calls the library's pim_ functions.
+// Map: a PIM and what it stands on. The one place that calls the
+// library's services for maps.
 #pragma once
 
 #include <optional>
@@ -73,6 +74,11 @@ public:
 	[[nodiscard]] u16 preset_id(const std::string &label) const;
 	/** Id of an IP, VEXIL_NO_ID when there is none of that name. */
 	[[nodiscard]] u16 ip_id(const std::string &name) const;
+	/** Whether a node is a configuration that rules may select, in or out of the tree. */
+	[[nodiscard]] bool is_setting(u16 id) const;
+	[[nodiscard]] bool is_preset(u16 id) const;
+	/** Label of a configuration, or nothing. */
+	[[nodiscard]] std::string label(u16 id) const;
 	/** Bytes of nodes and data in use. */
 	[[nodiscard]] size_t nodes_used() const;
 	[[nodiscard]] size_t bytes_used() const;

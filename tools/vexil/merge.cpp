@@ -1,8 +1,13 @@
 // SPDX-License-Identifier: MIT
 //
-// vexil merge: one image over another.
+// vexil merge: one map over another, and their rules.
 
+#include <filesystem>
+#include <map>
 #include <memory>
+#include <optional>
+#include <system_error>
+#include <utility>
 
 #include <fmt/format.h>
 
@@ -12,6 +17,7 @@
 #include "image_file.h"
 #include "library_log.h"
 #include "output_file.h"
+#include "rule_catalogue.h"
 #include "text.h"
 
 namespace vexil_tool {
@@ -22,6 +28,8 @@ struct Options {
 	std::string base;
 	std::string sub;
 	std::string output;
+	std::vector<std::string> rules; // none, or base and sub
+	std::string rules_output;
 };
 
 std::string cause_of(extmem_err_code error)
@@ -38,7 +46,79 @@ std::string cause_of(extmem_err_code error)
 	}
 }
 
-void run_merge(const Options &options)
+/** Rules that are merged must have been compiled for keys that are laid out alike. */
+void check_sources(const Options &options, const RuleCatalogue &base, const RuleCatalogue &sub)
+{
+	const auto refuse_sources = [&](const std::string &cause) {
+		refuse(fmt::format("{} over {}", options.rules[1], options.rules[0]),
+		       "their sources differ: " + cause);
+	};
+	std::map<std::string, std::pair<source_desc, u64>> known;
+	for (const SourceInfo &source : base.sources) {
+		for (const LabelInfo &label : source.labels)
+			known.emplace(lowered(label.text), std::pair(label.field, source.slot));
+	}
+	for (const SourceInfo &source : sub.sources) {
+		for (const LabelInfo &label : source.labels) {
+			const auto found = known.find(lowered(label.text));
+			if (found == known.end()) {
+				if (source.kind == SourceKind::kRanges)
+					continue; // it has no place in the key
+				refuse_sources(fmt::format("'{}' is not in {}", label.text,
+							   options.rules[0]));
+			}
+			const auto &[field, slot] = found->second;
+			if (field.shift != label.field.shift || field.width != label.field.width ||
+			    field.rank != label.field.rank || slot != source.slot)
+				refuse_sources(fmt::format("'{}' has another place in the key",
+							   label.text));
+		}
+	}
+	if (base.key_words() != sub.key_words())
+		refuse_sources(fmt::format("keys of {} and {} bits", base.key_bits, sub.key_bits));
+}
+
+Rules merge_rules(const Options &options, const Map &map, Console &console)
+{
+	const Rules base = open_rules(read_image(options.rules[0], console));
+	const Rules sub = open_rules(read_image(options.rules[1], console));
+	check_sources(options, RuleCatalogue(base), RuleCatalogue(sub));
+	LibraryLog log;
+	extmem_err_code error = EXTMEM_SUCCESS;
+	std::optional<Rules> merged = Rules::merge(base, sub, map, &error);
+	log.warn_all(console, options.rules[1]);
+	if (!merged)
+		refuse(fmt::format("{} over {}", options.rules[1], options.rules[0]),
+		       cause_of(error));
+	return std::move(*merged);
+}
+
+/** The rule images beside both maps, when both are there; says what it found. */
+std::vector<std::string> rules_beside_both(const Options &options)
+{
+	std::error_code ignored;
+	const std::string base = rules_beside(options.base);
+	const std::string sub = rules_beside(options.sub);
+	const bool has_base = base != options.base && std::filesystem::exists(base, ignored);
+	const bool has_sub = sub != options.sub && std::filesystem::exists(sub, ignored);
+	if (has_base && has_sub) {
+		fmt::print("with the rules beside them: {} over {}\n", printable(sub),
+			   printable(base));
+		return {base, sub};
+	}
+	if (has_base || has_sub)
+		fmt::print("without rules: {} has none beside it (--rules BASE SUB)\n",
+			   printable(has_base ? options.sub : options.base));
+	return {};
+}
+
+void print_figures(const std::string &path, size_t nodes, size_t bytes)
+{
+	fmt::print("{}: {} of {} nodes, {} bytes\n", printable(path), grouped(nodes),
+		   grouped(kMostNodes), grouped(bytes));
+}
+
+void run_merge(Options options)
 {
 	Console console;
 	const Map base = open_map(options.base, console);
@@ -49,12 +129,29 @@ void run_merge(const Options &options)
 	log.warn_all(console, options.sub);
 	if (!merged)
 		refuse(fmt::format("{} over {}", options.sub, options.base), cause_of(error));
-	const std::vector<char> image = merged->exported();
-	if (image.empty())
+	std::vector<Output> outputs = {{options.output, merged->exported()}};
+	if (outputs[0].bytes.empty())
 		refuse(options.sub, "the merged map is too large for an image");
-	write_output(options.output, image);
-	fmt::print("{}: {} of {} nodes, {} bytes\n", printable(options.output),
-		   grouped(merged->nodes_used()), grouped(kMostNodes), grouped(image.size()));
+	if (options.rules.empty() && !is_device(options.output))
+		options.rules = rules_beside_both(options);
+	std::optional<Rules> rules;
+	if (!options.rules.empty()) {
+		const std::string path = options.rules_output.empty() ? rules_beside(options.output)
+								      : options.rules_output;
+		if (path == options.output)
+			refuse_usage(
+				fmt::format("{} would be both images; name one with --rules-out "
+					    "(see 'vexil merge --help')",
+					    path));
+		rules.emplace(merge_rules(options, *merged, console));
+		outputs.push_back({path, rules->exported()});
+		if (outputs[1].bytes.empty())
+			refuse(options.rules[1], "the merged rules are too large for an image");
+	}
+	write_outputs(outputs);
+	print_figures(options.output, merged->nodes_used(), outputs[0].bytes.size());
+	if (rules)
+		print_figures(outputs[1].path, rules->nodes_used(), outputs[1].bytes.size());
 }
 
 } // namespace
@@ -62,19 +159,28 @@ void run_merge(const Options &options)
 void add_merge(CLI::App &app)
 {
 	const auto options = std::make_shared<Options>();
-	CLI::App *merge = app.add_subcommand("merge", "Merge one image over another");
+	CLI::App *merge =
+		app.add_subcommand("merge", "Merge one PIM image over another, and their rules");
 	merge->add_option("BASE", options->base,
 			  "PIM image that is kept where the other has nothing")
 		->required();
 	merge->add_option("SUB", options->sub, "PIM image whose IPs and files win")->required();
-	merge->add_option("-o,--output", options->output, "Image to write; may be BASE or SUB")
+	merge->add_option("-o,--output", options->output, "PIM image to write; may be BASE or SUB")
 		->required();
+	merge->add_option("--rules", options->rules, "Rule images of BASE and SUB")
+		->expected(2)
+		->type_name("BASE SUB");
+	merge->add_option("--rules-out", options->rules_output,
+			  "Rule image to write; otherwise -o with the suffix .rule")
+		->type_name("FILE");
 	merge->footer(R"(
 An IP or file of SUB replaces the whole IP or file of the same name; others are added.
-Versions and the customer text are those of BASE.
+Versions and the customer text are those of BASE. Rules are merged as well when they are
+named, or stand beside both images with the suffix .rule; BASE keeps the rules it has.
 
-Example:
-  vexil merge tv.pim customer.pim -o shop.pim)");
+Examples:
+  vexil merge tv.pim customer.pim -o shop.pim
+  vexil merge tv.pim customer.pim --rules tv.rule customer.rule -o shop.pim)");
 	merge->callback([options] { run_merge(*options); });
 }
 

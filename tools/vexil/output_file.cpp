@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <memory>
 #include <system_error>
 
 #include <fcntl.h>
@@ -32,14 +33,16 @@ namespace {
 }
 
 // What a signal that ends the program has to remove. Written while those signals are held back.
-char unfinished[PATH_MAX];
+char unfinished[kMostOutputs][PATH_MAX];
 
 constexpr int kEndingSignals[] = {SIGHUP, SIGINT, SIGQUIT, SIGTERM};
 
 extern "C" void remove_unfinished(int signal)
 {
-	if (unfinished[0])
-		unlink(unfinished);
+	for (const char *path : unfinished) {
+		if (path[0])
+			unlink(path);
+	}
 	std::signal(signal, SIG_DFL);
 	std::raise(signal);
 }
@@ -78,49 +81,53 @@ void catch_ending_signals()
 	std::signal(SIGXFSZ, SIG_IGN);
 }
 
-/** The file beside the output, until it takes the output's place. */
+/** The file beside an output, until it takes the output's place. */
 class Beside {
 public:
-	explicit Beside(const std::string &target) : path_(target + ".XXXXXX"), file_(make(path_))
+	Beside(const std::string &target, char (&unfinished_path)[PATH_MAX])
+	    : target_(target), path_(target + ".XXXXXX"), unfinished_(unfinished_path),
+	      file_(make())
 	{
 	}
 	~Beside()
 	{
 		const SignalsHeld held;
-		if (unfinished[0])
-			unlink(unfinished);
-		unfinished[0] = '\0';
+		if (unfinished_[0])
+			unlink(unfinished_);
+		unfinished_[0] = '\0';
 	}
 	Beside(const Beside &) = delete;
 	Beside &operator=(const Beside &) = delete;
 
 	[[nodiscard]] Handle &file() { return file_; }
 	/** False with errno set. */
-	[[nodiscard]] bool become(const std::string &target)
+	[[nodiscard]] bool take_place()
 	{
 		const SignalsHeld held;
-		if (rename(path_.c_str(), target.c_str()) != 0)
+		if (rename(path_.c_str(), target_.c_str()) != 0)
 			return false;
-		unfinished[0] = '\0';
+		unfinished_[0] = '\0';
 		return true;
 	}
 
 private:
-	static int make(std::string &path)
+	int make()
 	{
-		if (path.size() >= sizeof unfinished) {
+		if (path_.size() >= sizeof unfinished_) {
 			errno = ENAMETOOLONG;
 			return -1;
 		}
 		catch_ending_signals();
 		const SignalsHeld held;
-		const int number = mkostemp(path.data(), O_CLOEXEC);
+		const int number = mkostemp(path_.data(), O_CLOEXEC);
 		if (number >= 0)
-			std::memcpy(unfinished, path.c_str(), path.size() + 1);
+			std::memcpy(unfinished_, path_.c_str(), path_.size() + 1);
 		return number;
 	}
 
+	std::string target_;
 	std::string path_;
+	char (&unfinished_)[PATH_MAX];
 	Handle file_;
 };
 
@@ -158,39 +165,76 @@ mode_t default_mode()
 	return 0666 & ~mask;
 }
 
-} // namespace
+/** What is to be replaced: the path, or what it leads to; and its mode. */
+struct Target {
+	std::string path;
+	mode_t mode;
+};
 
-void write_output(const std::string &path, const std::vector<char> &bytes)
+Target target_of(const std::string &path)
 {
 	if (path.empty() || path.ends_with('/'))
 		cannot_write(path.empty() ? "''" : path, "is not the name of a file");
-	std::string target = path;
 	struct stat state {};
 	const bool exists = stat(path.c_str(), &state) == 0;
 	if (!exists && errno != ENOENT)
 		cannot_write(path, errno);
-	if (exists && S_ISDIR(state.st_mode))
+	if (!exists)
+		return {path, default_mode()};
+	if (S_ISDIR(state.st_mode))
 		cannot_write(path, "is a folder");
-	if (exists && !S_ISREG(state.st_mode))
-		return write_directly(path, bytes);
-	if (exists) {
-		std::error_code error;
-		const std::filesystem::path real = std::filesystem::canonical(path, error);
-		if (error)
-			cannot_write(path, error.value());
-		target = real.string();
-	}
+	std::error_code error;
+	const std::filesystem::path real = std::filesystem::canonical(path, error);
+	if (error)
+		cannot_write(path, error.value());
+	return {real.string(), state.st_mode & 0777};
+}
 
-	Beside beside(target);
-	if (!beside.file())
-		cannot_write(path, errno);
-	const int file = beside.file().get();
-	if (fchmod(file, exists ? state.st_mode & 0777 : default_mode()) != 0)
-		cannot_write(path, errno);
-	if (const int error = write_all(file, bytes))
-		cannot_write(path, error);
-	if (fsync(file) != 0 || beside.file().close() != 0 || !beside.become(target))
-		cannot_write(path, errno);
+/** The whole output in a file beside it. */
+std::unique_ptr<Beside> prepare(const Output &output, char (&unfinished_path)[PATH_MAX])
+{
+	const Target target = target_of(output.path);
+	auto beside = std::make_unique<Beside>(target.path, unfinished_path);
+	if (!beside->file())
+		cannot_write(output.path, errno);
+	const int file = beside->file().get();
+	if (fchmod(file, target.mode) != 0)
+		cannot_write(output.path, errno);
+	if (const int error = write_all(file, output.bytes))
+		cannot_write(output.path, error);
+	if (fsync(file) != 0 || beside->file().close() != 0)
+		cannot_write(output.path, errno);
+	return beside;
+}
+
+} // namespace
+
+bool is_device(const std::string &path)
+{
+	struct stat state {};
+	return stat(path.c_str(), &state) == 0 && !S_ISREG(state.st_mode) &&
+	       !S_ISDIR(state.st_mode);
+}
+
+std::string rules_beside(const std::string &path)
+{
+	return std::filesystem::path(path).replace_extension(".rule").string();
+}
+
+void write_outputs(const std::vector<Output> &outputs)
+{
+	std::vector<std::unique_ptr<Beside>> prepared;
+	for (size_t i = 0; i < outputs.size(); ++i)
+		prepared.push_back(is_device(outputs[i].path) ? nullptr
+							      : prepare(outputs[i], unfinished[i]));
+	for (size_t i = 0; i < outputs.size(); ++i) {
+		if (!prepared[i])
+			write_directly(outputs[i].path, outputs[i].bytes);
+	}
+	for (size_t i = 0; i < outputs.size(); ++i) {
+		if (prepared[i] && !prepared[i]->take_place())
+			cannot_write(outputs[i].path, errno);
+	}
 }
 
 } // namespace vexil_tool

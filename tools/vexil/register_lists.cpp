@@ -72,6 +72,14 @@ const std::string *RegisterList::name_of(u32 number) const
 	return found == names_.end() ? nullptr : &found->second;
 }
 
+std::vector<std::string> RegisterList::all() const
+{
+	std::vector<std::string> names;
+	for (const auto &[number, name] : names_)
+		names.push_back(name);
+	return names;
+}
+
 void RegisterLists::add_hardware(const cJSON *document, const std::string &path, Console *console)
 {
 	hardware.add(document, kHardwareKey, kLastPosition, path, console);

@@ -7,6 +7,7 @@
 #include <map>
 #include <string>
 #include <unordered_map>
+#include <vector>
 
 #include "console.h"
 #include "json_input.h"
@@ -27,6 +28,8 @@ public:
 	/** The name of a number, or null. */
 	[[nodiscard]] const std::string *name_of(u32 number) const;
 	[[nodiscard]] bool empty() const { return names_.empty(); }
+	/** Every name, for hints. */
+	[[nodiscard]] std::vector<std::string> all() const;
 
 private:
 	std::unordered_map<std::string, u32> numbers_; // by name in lower case

@@ -9,6 +9,21 @@
 
 namespace vexil_tool {
 
+void add_name_options(CLI::App &command, NameSources &names)
+{
+	command.add_option("--product", names.product, "Manifest or folder: names for numbers")
+		->type_name("PRODUCT");
+	command.add_option("--hw", names.hardware, "Hardware register lists: names")
+		->type_name("FILE");
+	command.add_option("--sw", names.software, "Software register lists: names")
+		->type_name("FILE");
+	command.add_option("--cus", names.customer, "Customer register lists: names")
+		->type_name("FILE");
+	command.add_option("--reginfo", names.register_info,
+			   "Register table: where positions live; otherwise that of the product")
+		->type_name("FILE");
+}
+
 Form form_of(int tag)
 {
 	switch (tag) {

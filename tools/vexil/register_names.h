@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include <CLI/CLI.hpp>
+
 #include "console.h"
 #include "register_lists.h"
 #include "register_table.h"
@@ -19,6 +21,9 @@ struct NameSources {
 	std::vector<std::string> hardware, software, customer;
 	std::string register_info; // instead of the product's
 };
+
+/** --product, --hw, --sw, --cus and --reginfo. */
+void add_name_options(CLI::App &command, NameSources &names);
 
 /** How the words of a register list are to be read. */
 enum class Form { kHardware, kSoftware, kCustomer, kAddress };

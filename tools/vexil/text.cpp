@@ -155,12 +155,26 @@ std::string foreign_character(std::string_view name)
 	return {};
 }
 
+namespace {
+
+std::string quoted_hint(const std::vector<std::string> &names)
+{
+	std::string hint;
+	for (const std::string &name : names)
+		hint += fmt::format("{}'{}'", hint.empty() ? "; similar: " : ", ", printable(name));
+	return hint;
+}
+
+} // namespace
+
 std::vector<std::string> similar_names(std::string_view wanted,
 				       const std::vector<std::string> &known, size_t most)
 {
 	constexpr size_t kLongest = 64; // characters that are compared
 	const std::string key = lowered(wanted.substr(0, kLongest));
-	const size_t limit = std::max<size_t>(2, key.size() / 3);
+	// Names that have nothing in common are not alike, however short.
+	const size_t limit =
+		std::min(std::max<size_t>(2, key.size() / 3), key.empty() ? 0 : key.size() - 1);
 	struct Found {
 		size_t rank;
 		const std::string *name;
@@ -187,10 +201,34 @@ std::vector<std::string> similar_names(std::string_view wanted,
 
 std::string similar_hint(std::string_view wanted, const std::vector<std::string> &known)
 {
-	std::string hint;
-	for (const std::string &name : similar_names(wanted, known))
-		hint += fmt::format("{}'{}'", hint.empty() ? "; similar: " : ", ", printable(name));
-	return hint;
+	return quoted_hint(similar_names(wanted, known));
+}
+
+std::string label_hint(std::string_view label, const std::vector<std::string> &known)
+{
+	constexpr size_t kMostValues = 8;
+	const size_t colon = label.find(':');
+	const std::string source = lowered(label.substr(0, colon)) + ":";
+	std::string begin; // the source as it is declared
+	std::vector<std::string> values;
+	for (const std::string &other : known) {
+		if (!lowered(other).starts_with(source))
+			continue;
+		begin = other.substr(0, source.size());
+		values.push_back(other.substr(source.size()));
+	}
+	if (values.empty() || colon == std::string_view::npos)
+		return similar_hint(label, known);
+	std::vector<std::string> similar = similar_names(label.substr(colon + 1), values);
+	for (std::string &value : similar)
+		value.insert(0, begin);
+	if (!similar.empty())
+		return quoted_hint(similar);
+	const bool more = values.size() > kMostValues;
+	values.resize(std::min(values.size(), kMostValues));
+	begin.pop_back();
+	return fmt::format("; values of {}: {}{}", printable(begin), printable(joined(values)),
+			   more ? ", ..." : "");
 }
 
 u32 crc32(const char *data, size_t size)

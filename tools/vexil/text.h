@@ -45,6 +45,12 @@ namespace vexil_tool {
 [[nodiscard]] std::string similar_hint(std::string_view wanted,
 				       const std::vector<std::string> &known);
 
+/**
+ * What "source:value" may have been meant to be, among labels like it: values of its source when
+ * there is one of that name.
+ */
+[[nodiscard]] std::string label_hint(std::string_view label, const std::vector<std::string> &known);
+
 /** CRC-32 as zip and Ethernet use it. */
 [[nodiscard]] u32 crc32(const char *data, size_t size);
 

@@ -1,0 +1,338 @@
+// SPDX-License-Identifier: MIT
+//
+// vexil build with sources and rules: a line for each fault, with the rule and the case.
+#include <filesystem>
+
+#include <sys/stat.h>
+
+#include "tests/tool/fixture.h"
+
+namespace {
+
+using namespace vexil_test;
+namespace fs = std::filesystem;
+
+class ToolRuleBuild : public ToolTest {
+protected:
+	static constexpr const char *kSources = R"({"PqRuleLists": {
+		"Input": {"content": ["HDMI", "DP", "USB"]},
+		"Luma": {"content": "code"},
+		"Scene": {"content": ["Dark", "Bright"],
+			  "define": {"Dark": {"Luma": "[0,99]"}, "Bright": {"Luma": "[100,255]"}}}}})";
+
+	static std::string rules(const std::string &groups)
+	{
+		return "{\"PqRuleGroups\": {" + groups + "}}";
+	}
+	/** A rule of one case. */
+	static std::string rule(const std::string &name, const std::string &comparator,
+				const std::string &rest = R"("settings": [], "children": [])")
+	{
+		return "\"" + name + "\": {\"rules\": [{\"comparator\": " + comparator + ", " +
+		       rest + "}]}";
+	}
+
+	ProcessResult build_with(const std::string &sources, const std::string &rules_text,
+				 const std::vector<std::string> &more = {}) const
+	{
+		write("hw.json", R"({"PqHWRegList": {"register": [{"A": 0}, {"B": 1}]}})");
+		write("g.json", R"({"PqFuncGroups": {"Ip": {"settings": {"Set": {"group":
+			{"One": {"hwreg": {"A": 1}}, "Two": {"hwreg": {"B": 1}}}}}}}})");
+		write("s.json", sources);
+		write("r.json", rules_text);
+		std::vector<std::string> arguments = {"build",   "-o",       "out.pim", "--hw",
+						      "hw.json", "--groups", "g.json",  "--sources",
+						      "s.json",  "--rules",  "r.json"};
+		arguments.insert(arguments.end(), more.begin(), more.end());
+		return vexil(arguments);
+	}
+
+	/** Expects these faults and no image; with --keep-going, both images and as many warnings.
+	 */
+	void expect_faults(const std::string &sources, const std::string &rules_text,
+			   const std::vector<std::string> &faults) const
+	{
+		const ProcessResult strict = build_with(sources, rules_text);
+		EXPECT_EQ(strict.exit_code, 1);
+		EXPECT_EQ(strict.out, "");
+		std::vector<std::string> lines, warnings;
+		for (const std::string &fault : faults) {
+			const std::string file = fault.substr(0, fault.find(' '));
+			std::string line = "vexil: ";
+			lines.push_back(line + fault);
+			line += file;
+			line += " warning:";
+			warnings.push_back(line + fault.substr(file.size()));
+		}
+		lines.push_back("vexil: out.pim: not written: " + std::to_string(faults.size()) +
+				(faults.size() == 1 ? " fault" : " faults") +
+				" (--keep-going writes it all the same)");
+		EXPECT_EQ(lines_of(strict.err), lines);
+		EXPECT_FALSE(fs::exists(path("out.pim")));
+		EXPECT_FALSE(fs::exists(path("out.rule")));
+		const ProcessResult lenient = build_with(sources, rules_text, {"--keep-going"});
+		EXPECT_EQ(lenient.exit_code, 0);
+		EXPECT_EQ(lines_of(lenient.err), warnings);
+		EXPECT_NE(lenient.out.find(", " + std::to_string(faults.size()) +
+					   (faults.size() == 1 ? " warning" : " warnings")),
+			  std::string::npos)
+			<< lenient.out;
+		EXPECT_TRUE(fs::exists(path("out.pim")));
+		EXPECT_TRUE(fs::exists(path("out.rule")));
+		fs::remove(path("out.pim"));
+		fs::remove(path("out.rule"));
+	}
+};
+
+TEST_F(ToolRuleBuild, OptionsGiveTheSameRuleImageAsTheProduct)
+{
+	build(kTv, "tv.pim");
+	vexil_quiet({"build", kTv, "-o", "again.pim", "--rules-out", "named.img"});
+	EXPECT_EQ(read_text(path("named.img")), read_text(path("tv.rule")));
+	EXPECT_FALSE(fs::exists(path("again.rule")));
+	Json manifest = read_json(kTv + "/product.json");
+	std::vector<std::string> arguments = {"build", "", "-o", "options", "--sources"};
+	for (const Json &file : manifest["sources"])
+		arguments.push_back(kTv + "/" + file.get<std::string>());
+	arguments.emplace_back("--rules");
+	for (const Json &file : manifest["rules"])
+		arguments.push_back(kTv + "/" + file.get<std::string>());
+	manifest.erase("sources");
+	manifest.erase("rules");
+	manifest.erase("presetDatabase");
+	for (const char *key : {"hardware", "software", "customer", "functionGroups"}) {
+		for (Json &file : manifest[key])
+			file = kTv + "/" + file.get<std::string>();
+	}
+	for (Json &file : manifest["files"]) {
+		if (file.is_object())
+			file["path"] = kTv + "/" + file["path"].get<std::string>();
+		else
+			file = kTv + "/" + file.get<std::string>();
+	}
+	manifest.erase("registerInfo");
+	arguments[1] = write("plain.json", manifest.dump());
+	vexil_quiet(arguments);
+	EXPECT_EQ(read_text(path("options.rule")), read_text(path("tv.rule")));
+}
+
+TEST_F(ToolRuleBuild, ProductWithoutRulesHasNoRuleImage)
+{
+	write("hw.json", R"({"PqHWRegList": {"register": [{"A": 0}]}})");
+	vexil_quiet({"build", "-o", "out.pim", "--hw", "hw.json"});
+	EXPECT_EQ(names(), (std::vector<std::string>{"hw.json", "out.pim"}));
+}
+
+TEST_F(ToolRuleBuild, BothImagesCannotBeOne)
+{
+	expect_refusal({"build", kTv, "-o", "tv.rule"}, 2,
+		       "vexil: tv.rule would be both images; name one with --rules-out (see 'vexil "
+		       "build --help')");
+	EXPECT_TRUE(names().empty());
+}
+
+TEST_F(ToolRuleBuild, NeitherImageIsWrittenWhenOneCannotBe)
+{
+	write("tv.pim", "old");
+	expect_refusal({"build", kTv, "-o", "tv.pim", "--rules-out", "none/tv.rule"}, 3,
+		       "vexil: cannot write none/tv.rule: No such file or directory");
+	EXPECT_EQ(names(), std::vector<std::string>{"tv.pim"});
+	EXPECT_EQ(read_text(path("tv.pim")), "old");
+	expect_refusal({"build", kTv, "-o", "tv.pim", "--rules-out", "/dev/full"}, 3,
+		       "vexil: cannot write /dev/full: No space left on device");
+	EXPECT_EQ(names(), std::vector<std::string>{"tv.pim"});
+	EXPECT_EQ(read_text(path("tv.pim")), "old");
+}
+
+TEST_F(ToolRuleBuild, DeviceHasNoRulesBesideIt)
+{
+	const std::string out = vexil_quiet({"build", kTv, "-o", "/dev/null"});
+	EXPECT_EQ(lines_of(out)[1],
+		  "the rules are not written: /dev/null is no regular file (--rules-out FILE)");
+	EXPECT_FALSE(fs::exists("/dev/null.rule"));
+	EXPECT_TRUE(names().empty());
+}
+
+TEST_F(ToolRuleBuild, SoundRulesAreQuietAndWork)
+{
+	const ProcessResult result =
+		build_with(kSources, rules(rule("R", R"({"Scene": "Dark"})",
+						R"("settings": ["Set#Two"], "children": [])")));
+	EXPECT_EQ(result.exit_code, 0);
+	EXPECT_EQ(result.err, "");
+	const Json run = vexil_json({"run", "out.pim", "out.rule", "--set", "Luma:99"});
+	ASSERT_EQ(run["settings"].size(), 1u);
+	EXPECT_EQ(run["settings"][0]["label"], "Set#Two");
+	EXPECT_EQ(run["hardware"][0]["position"], 1);
+	EXPECT_EQ(
+		vexil_json({"run", "out.pim", "out.rule", "--set", "Luma:100"})["settings"].size(),
+		0u);
+}
+
+TEST_F(ToolRuleBuild, NamesThatAreUnknownAreReportedWithRuleAndCase)
+{
+	expect_faults(
+		kSources, rules(R"("R": {"rules": [
+			{"comparator": {"Inpt": "HDMI"}, "settings": ["Set#Tow"], "children": []},
+			{"comparator": {"Input": ["DP", "VGA"]}, "settings": [], "children": []},
+			{"comparator": {}, "settings": ["Set#Tow"], "children": []},
+			{"comparator": {"Input": "USB"}, "settings": ["Set#One"], "children": ["S"]}]})"),
+		{"r.json: rule \"R\", case 1: Cannot find source: Inpt:HDMI; similar: 'Input:HDMI'",
+		 "r.json: rule \"R\", case 2: Cannot find source: Input:VGA; values of Input: HDMI, "
+		 "DP, USB",
+		 "r.json: rule \"R\", case 3: Cannot find label: Set#Tow; similar: 'Set#Two'",
+		 "r.json: rule \"R\": it leads to rule \"S\", which is not defined"});
+}
+
+TEST_F(ToolRuleBuild, CasesThatAreNotWellFormedAreReported)
+{
+	expect_faults(
+		kSources, rules(R"("R": {"rules": [
+			{"settings": [], "children": []},
+			{"comparator": [], "settings": [], "children": []},
+			{"comparator": {}, "children": []},
+			{"comparator": {}, "settings": {}, "children": "R"},
+			{"comparator": {}, "settings": [1], "children": []},
+			{"comparator": {}, "settings": [], "children": [1]},
+			{"comparator": {"Input": []}, "settings": [], "children": []}]})"),
+		{"r.json: rule \"R\", case 7: \"Input\" lists no value, so the case never matches",
+		 "r.json: rule \"R\", case 1: there is no \"comparator\"",
+		 "r.json: rule \"R\", case 2: \"comparator\" is not an object",
+		 "r.json: rule \"R\", case 3: there is no \"settings\"",
+		 "r.json: rule \"R\", case 4: \"settings\" is not an array",
+		 "r.json: rule \"R\", case 4: \"children\" is not an array",
+		 "r.json: rule \"R\", case 5: a setting is not a text",
+		 "r.json: rule \"R\", case 6: a child is not a text"});
+}
+
+TEST_F(ToolRuleBuild, RangesThatAreNoneAreReported)
+{
+	expect_faults(
+		R"({"PqRuleLists": {"Luma": {"content": "code"},
+		"Scene": {"content": ["Dark", "Gone"],
+			  "define": {"Dark": {"Luma": "0-9"}, "Odd": {"Luma": "[1,2]"}}}}})",
+		rules(rule("R", R"({"Luma": "[3;9]"})") + "," +
+		      rule("S", R"j({"Luma": "(5,5)"})j") + "," +
+		      rule("T", R"({"Luma": ["[0,9]", "[x,9]"]})") + "," +
+		      rule("U", R"({"Luma": {}})")),
+		{"s.json: source \"Scene\": \"Gone\" is not in its \"define\"; left out",
+		 "s.json: source \"Scene\", \"Dark\", \"Luma\": \"0-9\" is no range like \"[0, "
+		 "9]\" or \"(3, 0x10)\"",
+		 "s.json: source \"Scene\": \"Odd\" is defined but not in its \"content\"; left "
+		 "out",
+		 "r.json: rule \"R\", case 1, \"Luma\": \"[3;9]\" is no range like \"[0, 9]\" or "
+		 "\"(3, 0x10)\"",
+		 "r.json: rule \"S\", case 1, \"Luma\": no number is in \"(5,5)\"",
+		 "r.json: rule \"T\", case 1, \"Luma\": \"[x,9]\" is no range like \"[0, 9]\" or "
+		 "\"(3, 0x10)\"",
+		 "r.json: rule \"U\", case 1, \"Luma\": a range like \"[0, 9]\" is expected"});
+}
+
+TEST_F(ToolRuleBuild, SourcesThatCannotBeDeclaredAreReported)
+{
+	const std::string name(130, 'x');
+	expect_faults(
+		R"({"PqRuleLists": {"Input": {"content": ["HDMI", "hdmi", "D+P"]},
+		"Empty": {"content": []}, "None": {"note": "?"}, ")" +
+			name + R"(": {"content": ""},
+		"Scene": {"content": ["A"], "define": {"A": {"Input": "[0,1]"}}}}})",
+		rules(""),
+		{"s.json: source label \"Input:D+P\": names cannot hold '+'; left out",
+		 "s.json: source \"Empty\" has no values; left out",
+		 "s.json: source \"None\" has no \"content\"; left out",
+		 "s.json: source \"xxxxxxxxxxxxxxxxxxxxxxxx...\" has 130 characters; what is "
+		 "longer than 127 cannot be asked for",
+		 "s.json: source label \"Input:hdmi\" is declared already",
+		 "r.json: source label \"Scene:A\": a range is for \"Input\", which is no value "
+		 "source"});
+}
+
+TEST_F(ToolRuleBuild, RulesThatArePassedOverAreReported)
+{
+	expect_faults(
+		kSources,
+		rules(R"("Old": {"#version": {"MajorVersion": 3, "MinorVersion": 0}, "rules": []},
+			"Bare": {"note": 1}, "List": [], )" +
+		      rule("R", "{}") + "," + rule("r", "{}") + "," + rule("R-1", "{}")),
+		{"r.json: rule \"Old\": #version 3.0 is not supported (2.0 to 2.2); left out",
+		 "r.json: rule \"Bare\" has no array \"rules\"; left out",
+		 "r.json: \"List\" is an array, not a rule; left out",
+		 "r.json: rule \"r\" is defined already in r.json; it stays as it is there",
+		 "r.json: rule \"R-1\": names cannot hold '-'; left out"});
+}
+
+TEST_F(ToolRuleBuild, LimitsOfCasesAreReported)
+{
+	std::string values, members, ranges;
+	for (int i = 0; i < 182; ++i)
+		values += (i ? ",\"V" : "\"V") + std::to_string(i) + "\"";
+	std::string lists = R"({"PqRuleLists": {"A": {"content": [)" + values +
+			    R"(]}, "B": {"content": [)" + values + "]}";
+	for (int i = 0; i < 33; ++i) {
+		const std::string number = "N" + std::to_string(i);
+		lists += ",\"" + number + R"(": {"content": ""})";
+		ranges += (i ? ",\"" : "\"") + number + R"(": "[0,1]")";
+	}
+	lists += "}}";
+	for (int i = 0; i < 129; ++i)
+		members += (i ? ",\"M" : "\"M") + std::to_string(i) + R"(": "x")";
+	expect_faults(
+		lists,
+		rules(rule("R", "{\"A\": [" + values + "], \"B\": [" + values + "]}") + "," +
+		      rule("S", "{" + ranges + "}")),
+		{"r.json: rule \"R\", case 1: its lists multiply to more than 32,767 "
+		 "alternatives; it cannot be compiled as it stands",
+		 "r.json: rule \"S\", case 1: an alternative has 33 range conditions on value "
+		 "sources; at most 32 are possible"});
+	expect_faults(
+		lists, rules(rule("R", "{" + members + "}")),
+		{"r.json: rule \"R\", case 1: its comparator has 129 members; at most 128 are "
+		 "possible"});
+}
+
+TEST_F(ToolRuleBuild, ReferencesThatCannotWaitAreReported)
+{
+	std::string groups;
+	for (int i = 0; i < 65; ++i)
+		groups += rule("R" + std::to_string(i), "{}",
+			       R"("settings": [], "children": ["C)" + std::to_string(i) + "\"]") +
+			  ",";
+	for (int i = 0; i < 65; ++i)
+		groups += rule("C" + std::to_string(i), "{}") + (i < 64 ? "," : "");
+	expect_faults(
+		kSources, rules(groups),
+		{"r.json: rule \"R64\": a reference to a rule that comes later was lost: at most "
+		 "64 can wait at a time"});
+}
+
+TEST_F(ToolRuleBuild, CyclesAreToldWhenTheyAreReached)
+{
+	EXPECT_EQ(build_with(kSources,
+			     rules(rule("A", "{}", R"("settings": [], "children": ["B"])") + "," +
+				   rule("B", "{}", R"("settings": [], "children": ["A"])")))
+			  .exit_code,
+		  0);
+	for (const char *command : {"run", "explain"})
+		expect_refusal(
+			{command, "out.pim", "out.rule", "--rule", "A"}, 1,
+			"vexil: out.rule: rule \"A\" cannot be evaluated: it leads in a circle, "
+			"or to a rule that is not defined");
+}
+
+TEST_F(ToolRuleBuild, DocumentsThatTheLibraryRefusesAreRefused)
+{
+	ProcessResult result = build_with(
+		R"({"PqRuleLists": {"#version": {"MajorVersion": 2, "MinorVersion": 3}}})",
+		rules(""));
+	EXPECT_EQ(result.exit_code, 1);
+	EXPECT_EQ(result.err, "vexil: s.json: #version 2.3 is not supported (2.0 to 2.2)\n");
+	result = build_with("{}", "{}");
+	EXPECT_EQ(lines_of(result.err),
+		  (std::vector<std::string>{
+			  "vexil: s.json: there is no \"PqRuleLists\" in it",
+			  "vexil: r.json: there is no \"PqRuleGroups\" in it",
+			  "vexil: out.pim: not written: 2 faults (--keep-going writes it all the "
+			  "same)"}));
+}
+
+} // namespace

@@ -1,0 +1,336 @@
+// SPDX-License-Identifier: MIT
+//
+// vexil explain: which case of each rule matched, and why those before it did not.
+
+#include <algorithm>
+#include <map>
+#include <memory>
+
+#include <fmt/format.h>
+
+#include "commands.h"
+#include "conditions.h"
+#include "console.h"
+#include "errors.h"
+#include "json_input.h"
+#include "json_output.h"
+#include "product.h"
+#include "session.h"
+#include "text.h"
+
+namespace vexil_tool {
+
+namespace {
+
+constexpr size_t kMostEntries = 200000; // rules that lead to each other twice over grow as 2^n
+constexpr size_t kDeepestIndent = 24;
+constexpr size_t kMostWanted = 16; // values in a line of text
+
+struct Options {
+	StateOptions state;
+	std::string product;
+	bool json = false;
+};
+
+/** What becomes of a rule in this state: the same wherever it is led to. */
+struct Answer {
+	const RuleInfo *rule;
+	const CaseInfo *matched;     // null for none
+	size_t number;               // of the matched case, from 1; otherwise the number of cases
+	std::vector<Failing> failed; // of the cases before it
+	std::vector<Condition> conditions; // of the alternative that matched
+};
+
+/** A rule that was evaluated, in the order of evaluation. */
+struct Entry {
+	const Answer *answer;
+	size_t depth;
+	bool repeated; // shown before
+};
+
+/** What people wrote about sources and rules beside their definitions. */
+std::map<std::string, std::string> read_descriptions(const std::string &product_path,
+						     Console &console)
+{
+	std::map<std::string, std::string> texts;
+	if (product_path.empty())
+		return texts;
+	const Product product = read_product(product_path, console);
+	for (const std::string &path : product.rules) {
+		const Json document = read_json(path, Root::kObject, console);
+		const cJSON *groups = vexil::member(document.get(), "PqRuleGroups");
+		for (const cJSON *group : vexil::items(groups)) {
+			const cJSON *text = vexil::member(group, "0.Description");
+			if (group->string && text && text->valuestring)
+				texts.emplace(lowered(group->string), text->valuestring);
+		}
+	}
+	return texts;
+}
+
+class Explanation {
+public:
+	explicit Explanation(const Session &session)
+	    : session_(session), conditions_(session.rules(), session.state())
+	{
+		for (const u16 id : session.wanted())
+			walk(id);
+		if (settings_ != session.settings() || presets_ != session.presets())
+			throw Failure(
+				Exit::kRefused,
+				"internal disagreement: the explanation selects other settings "
+				"than the library");
+	}
+
+	[[nodiscard]] const std::vector<Entry> &entries() const { return entries_; }
+
+private:
+	struct Step {
+		const Answer *answer;
+		size_t outcome; // the next one to act on
+		size_t child;   // the next rule of it
+	};
+
+	const Answer &answer(u16 id)
+	{
+		const auto [found, is_new] = answers_.try_emplace(id);
+		Answer &answer = found->second;
+		if (!is_new)
+			return answer;
+		answer.rule = session_.rules().rule(id);
+		if (!answer.rule)
+			throw Failure(Exit::kRefused, "internal disagreement: a rule is missing");
+		for (const CaseInfo &entry : answer.rule->cases) {
+			++answer.number;
+			const auto match = std::find_if(
+				entry.alternatives.begin(), entry.alternatives.end(),
+				[this](const auto &one) { return conditions_.matches(one); });
+			if (match != entry.alternatives.end()) {
+				answer.matched = &entry;
+				answer.conditions = conditions_.of(*match);
+				break;
+			}
+			answer.failed.push_back(conditions_.why_not(entry));
+		}
+		return answer;
+	}
+
+	void enter(std::vector<Step> &path, u16 id)
+	{
+		if (entries_.size() == kMostEntries)
+			throw Failure(Exit::kRefused,
+				      fmt::format("the rules lead to each other more than {} times",
+						  grouped(kMostEntries)));
+		const bool repeated = answers_.contains(id);
+		const Answer &found = answer(id);
+		entries_.push_back({&found, path.size(), repeated});
+		path.push_back({&found, 0, 0});
+	}
+
+	/** Follows a rule as evaluation does, and collects what it selects. */
+	void walk(u16 id)
+	{
+		std::vector<Step> path;
+		enter(path, id);
+		while (!path.empty()) {
+			const CaseInfo *matched = path.back().answer->matched;
+			if (!matched || path.back().outcome == matched->outcomes.size()) {
+				path.pop_back();
+				continue;
+			}
+			const OutcomeInfo &outcome = matched->outcomes[path.back().outcome++];
+			if (outcome.tag == EXTMEM_TAG_VALUE_HOLDER)
+				settings_.insert(settings_.end(), outcome.ids.begin(),
+						 outcome.ids.end());
+			else if (outcome.tag == EXTMEM_TAG_PRESET_HOLDER)
+				presets_.insert(presets_.end(), outcome.ids.begin(),
+						outcome.ids.end());
+			else if (outcome.tag == EXTMEM_TAG_NODE_HOLDER && !outcome.ids.empty())
+				enter(path, outcome.ids.front());
+		}
+	}
+
+	const Session &session_;
+	Conditions conditions_;
+	std::map<u16, Answer> answers_;
+	std::vector<Entry> entries_;
+	std::vector<u16> settings_;
+	std::vector<u16> presets_;
+};
+
+/** "A, B or C". */
+std::string any_of(const std::vector<std::string> &texts)
+{
+	std::string line;
+	const size_t shown = texts.size() > kMostWanted ? kMostWanted - 1 : texts.size();
+	for (size_t i = 0; i < shown; ++i) {
+		const bool last = i + 1 == texts.size();
+		line += fmt::format("{}{}", i == 0 ? "" : last ? " or " : ", ", texts[i]);
+	}
+	if (shown < texts.size())
+		line += fmt::format(" or one of {} more", texts.size() - shown);
+	return line;
+}
+
+std::vector<std::string> selected(const CaseInfo &entry, int tag, const Session &session)
+{
+	std::vector<std::string> labels;
+	for (const OutcomeInfo &outcome : entry.outcomes) {
+		for (const u16 id : outcome.ids) {
+			if (outcome.tag == tag)
+				labels.push_back(tag == EXTMEM_TAG_NODE_HOLDER
+							 ? session.rules().rule_name(id)
+							 : session.label(id));
+		}
+	}
+	return labels;
+}
+
+std::string failing_text(const Failing &failing)
+{
+	if (failing.wanted.empty())
+		return "has no alternative and never matches";
+	return fmt::format("fails: {} is {}, wanted {}", failing.source, failing.present,
+			   any_of(failing.wanted));
+}
+
+std::string matching_text(const std::vector<Condition> &conditions)
+{
+	if (conditions.empty())
+		return "matches: it has no conditions";
+	std::string text;
+	for (const Condition &condition : conditions)
+		text += fmt::format("{}{} is {}", text.empty() ? "matches: " : ", ",
+				    condition.source,
+				    condition.present == condition.wanted
+					    ? condition.present
+					    : fmt::format("{}, wanted {}", condition.present,
+							  condition.wanted));
+	return text;
+}
+
+void print_line(size_t depth, const std::string &text)
+{
+	fmt::print("{:{}}{}\n", "", 2 * std::min(depth, kDeepestIndent), printable(text));
+}
+
+void print_entry(const Entry &entry, const Session &session,
+		 const std::map<std::string, std::string> &descriptions)
+{
+	const Answer &answer = *entry.answer;
+	const size_t cases = answer.rule->cases.size();
+	std::string head = fmt::format("{}: ", answer.rule->name);
+	head += answer.matched ? fmt::format("case {} of {}", answer.number, cases)
+			       : fmt::format("none of {}", counted(cases, "case"));
+	if (entry.repeated)
+		return print_line(entry.depth, head + ", as above");
+	const auto description = descriptions.find(lowered(answer.rule->name));
+	if (description != descriptions.end())
+		head += fmt::format("  ({})", description->second);
+	print_line(entry.depth, head);
+	for (size_t i = 0; i < answer.failed.size(); ++i)
+		print_line(entry.depth + 1,
+			   fmt::format("case {} {}", i + 1, failing_text(answer.failed[i])));
+	if (!answer.matched)
+		return;
+	print_line(entry.depth + 1,
+		   fmt::format("case {} {}", answer.number, matching_text(answer.conditions)));
+	static constexpr std::pair<int, const char *> kOutcomes[] = {
+		{EXTMEM_TAG_VALUE_HOLDER, "selects"},
+		{EXTMEM_TAG_PRESET_HOLDER, "presets"},
+		{EXTMEM_TAG_NODE_HOLDER, "leads to"},
+	};
+	for (const auto &[tag, verb] : kOutcomes) {
+		const std::vector<std::string> labels = selected(*answer.matched, tag, session);
+		if (!labels.empty())
+			print_line(entry.depth + 2, fmt::format("{} {}", verb, joined(labels)));
+	}
+}
+
+OutputJson entry_json(const Entry &entry, const Session &session,
+		      const std::map<std::string, std::string> &descriptions)
+{
+	const Answer &answer = *entry.answer;
+	OutputJson output = {
+		{"rule", answer.rule->name},
+		{"id", answer.rule->id},
+		{"depth", entry.depth},
+		{"cases", answer.rule->cases.size()},
+		{"matched", answer.matched ? OutputJson(answer.number) : OutputJson(nullptr)},
+	};
+	if (entry.repeated) {
+		output["repeated"] = true;
+		return output;
+	}
+	const auto description = descriptions.find(lowered(answer.rule->name));
+	if (description != descriptions.end())
+		output["description"] = description->second;
+	OutputJson failed = OutputJson::array();
+	for (size_t i = 0; i < answer.failed.size(); ++i) {
+		const Failing &failing = answer.failed[i];
+		OutputJson reason = {{"case", i + 1}};
+		if (!failing.wanted.empty()) {
+			reason["source"] = failing.source;
+			reason["present"] = failing.present;
+		}
+		reason["wanted"] = failing.wanted;
+		failed.push_back(reason);
+	}
+	output["failed"] = failed;
+	if (!answer.matched)
+		return output;
+	OutputJson conditions = OutputJson::array();
+	for (const Condition &condition : answer.conditions)
+		conditions.push_back({{"source", condition.source},
+				      {"present", condition.present},
+				      {"wanted", condition.wanted}});
+	output["conditions"] = conditions;
+	output["settings"] = selected(*answer.matched, EXTMEM_TAG_VALUE_HOLDER, session);
+	output["presets"] = selected(*answer.matched, EXTMEM_TAG_PRESET_HOLDER, session);
+	output["leadsTo"] = selected(*answer.matched, EXTMEM_TAG_NODE_HOLDER, session);
+	return output;
+}
+
+void run_explain(const Options &options)
+{
+	Console console;
+	const std::map<std::string, std::string> descriptions =
+		read_descriptions(options.product, console);
+	Session session(options.state, {}, console);
+	session.evaluate();
+	const Explanation explanation(session);
+	if (!options.json) {
+		for (const Entry &entry : explanation.entries())
+			print_entry(entry, session, descriptions);
+		return;
+	}
+	OutputJson rules = OutputJson::array();
+	for (const Entry &entry : explanation.entries())
+		rules.push_back(entry_json(entry, session, descriptions));
+	print({{"image", options.state.map}, {"rules", rules}});
+}
+
+} // namespace
+
+void add_explain(CLI::App &app)
+{
+	const auto options = std::make_shared<Options>();
+	CLI::App *explain = app.add_subcommand(
+		"explain", "Say which case of each rule matches, and why those before it do not");
+	add_state_options(*explain, options->state);
+	explain->add_option("--product", options->product,
+			    "Manifest or folder: what its documents say of each rule")
+		->type_name("PRODUCT");
+	explain->add_flag("--json", options->json, "Print JSON");
+	explain->footer(R"(
+The first case of a rule whose conditions all hold decides. For the cases before it, the
+first source that fails is shown: its present value, and what was wanted of it. Rules that
+a case leads to stand indented below it.
+
+Examples:
+  vexil explain tv.pim tv.rule --rule DynContrast --set "HdrType:Hdr10;UserContrast:High"
+  vexil explain tv.pim tv.rule --set "Input:HDMI1;Luma:812" --product examples/tv)");
+	explain->callback([options] { run_explain(*options); });
+}
+
+} // namespace vexil_tool

@@ -1,0 +1,241 @@
+// SPDX-License-Identifier: MIT
+
+#include "session.h"
+
+#include <algorithm>
+#include <utility>
+
+#include <fmt/format.h>
+
+#include "errors.h"
+#include "image_file.h"
+#include "numbers.h"
+#include "text.h"
+
+namespace vexil_tool {
+
+namespace {
+
+constexpr size_t kLongestToken = 127;
+constexpr size_t kMostRules = 128; // in a list
+
+/** Tokens of a ";" list without what @dropped holds; empty ones left out. */
+std::vector<std::string> tokens_of(const std::string &list, std::string_view dropped)
+{
+	std::vector<std::string> tokens(1);
+	for (const char c : list) {
+		if (c == ';')
+			tokens.emplace_back();
+		else if (dropped.find(c) == std::string_view::npos)
+			tokens.back() += c;
+	}
+	std::erase(tokens, "");
+	return tokens;
+}
+
+Map open_checked(const std::string &path, std::vector<ST_PQ_REG_INFO> table, Console &console)
+{
+	return open_map(read_image(path, console), std::move(table), console);
+}
+
+std::string source_of(const std::string &token)
+{
+	return token.substr(0, token.find(':'));
+}
+
+/** Texts of the labels of one source, or nothing. */
+std::vector<std::string> labels_of(const RuleCatalogue &catalogue, const std::string &source)
+{
+	std::vector<std::string> texts;
+	for (const SourceInfo &info : catalogue.sources) {
+		if (lowered(info.name) != lowered(source))
+			continue;
+		for (const LabelInfo &label : info.labels)
+			texts.push_back(label.text);
+	}
+	return texts;
+}
+
+} // namespace
+
+void add_state_options(CLI::App &command, StateOptions &options)
+{
+	command.add_option("PIM", options.map, "PIM image")->required();
+	command.add_option("RULE", options.rules, "Rule image that was built with it")->required();
+	command.add_option("--set", options.sets,
+			   "Sources, as \"Input:HDMI1;Luma:812\"; may be given again")
+		->type_name("SOURCES")
+		->allow_extra_args(false);
+	command.add_option("--rule", options.wanted,
+			   "Rules to evaluate, as \"A;B\"; with a '-', as \"-A;B\", every rule but "
+			   "those; every rule without it")
+		->type_name("RULES")
+		->allow_extra_args(false);
+}
+
+Session::Session(const StateOptions &options, std::vector<ST_PQ_REG_INFO> table, Console &console)
+    : options_(options), console_(console),
+      map_(open_checked(options.map, std::move(table), console)), content_(map_),
+      rules_(open_rules(read_image(options.rules, console))), catalogue_(rules_)
+{
+	if (content_.damaged)
+		refuse(options.map, "its tree is damaged");
+	if (catalogue_.damaged)
+		refuse(options.rules, "its tree is damaged");
+	check_ids();
+}
+
+void Session::check_ids() const
+{
+	const auto refuse_id = [&](const RuleInfo &rule, size_t number, const char *what, u16 id) {
+		refuse(options_.rules,
+		       fmt::format(
+			       "rule \"{}\", case {} selects {} {}, which {} does not have: the "
+			       "rules were built for another map, or are damaged",
+			       rule.name, number, what, id, options_.map));
+	};
+	for (const RuleInfo &rule : catalogue_.rules) {
+		for (size_t i = 0; i < rule.cases.size(); ++i) {
+			for (const OutcomeInfo &outcome : rule.cases[i].outcomes) {
+				for (const u16 id : outcome.ids) {
+					if (outcome.tag == EXTMEM_TAG_VALUE_HOLDER &&
+					    !map_.is_setting(id))
+						refuse_id(rule, i + 1, "setting", id);
+					if (outcome.tag == EXTMEM_TAG_PRESET_HOLDER &&
+					    !map_.is_preset(id))
+						refuse_id(rule, i + 1, "preset", id);
+				}
+			}
+		}
+	}
+}
+
+/** The library would pass over what it does not know, and take for 0 what is no number. */
+void Session::check_statement(const std::string &token) const
+{
+	const auto refuse_token = [&](const std::string &cause) {
+		refuse(options_.rules, fmt::format("--set '{}': {}", token, cause));
+	};
+	if (token.size() > kLongestToken)
+		refuse_token(fmt::format("is longer than {} characters", kLongestToken));
+	const auto find = [&](const std::string &text, const LabelInfo **label) {
+		for (const SourceInfo &source : catalogue_.sources) {
+			for (const LabelInfo &info : source.labels) {
+				*label = &info;
+				if (lowered(info.text) == lowered(text))
+					return &source;
+			}
+		}
+		return static_cast<const SourceInfo *>(nullptr);
+	};
+	const LabelInfo *label = nullptr;
+	const std::string name = source_of(token);
+	if (const SourceInfo *source = find(token, &label)) {
+		if (source->kind == SourceKind::kNumber)
+			refuse_token(fmt::format("needs a number, as '{}:100'", token));
+		if (source->kind == SourceKind::kRanges) {
+			std::vector<std::string> numbers;
+			for (const RangeInfo &range : label->ranges) {
+				if (const SourceInfo *of = catalogue_.source_of_slot(range.slot))
+					numbers.push_back(of->name);
+			}
+			refuse_token(fmt::format("is a name for ranges and cannot be set; set {}",
+						 joined(numbers)));
+		}
+		return;
+	}
+	const SourceInfo *source = name == token ? nullptr : find(name, &label);
+	if (source && source->kind == SourceKind::kNumber) {
+		u64 number = 0;
+		const std::string text = token.substr(name.size() + 1);
+		if (!read_number(text, &number))
+			refuse_token(fmt::format("'{}' is not a number", text));
+		return;
+	}
+	const std::vector<std::string> known = labels_of(catalogue_, name);
+	if (known.empty()) {
+		std::vector<std::string> names;
+		for (const SourceInfo &info : catalogue_.sources)
+			names.push_back(info.name);
+		refuse_token(
+			fmt::format("there is no source '{}'{}", name, similar_hint(name, names)));
+	}
+	if (name == token)
+		refuse_token(fmt::format("needs a value, as '{}'", known.front()));
+	refuse_token(
+		fmt::format("source '{}' has no such value{}", name, label_hint(token, known)));
+}
+
+void Session::find_wanted()
+{
+	for (const std::string &list : options_.wanted)
+		rule_list_ += (rule_list_.empty() ? "" : ";") + list;
+	const bool exclude = rule_list_.find('-') != std::string::npos;
+	std::vector<u16> named;
+	for (const std::string &name : tokens_of(rule_list_, " -")) {
+		const u16 id = rules_.rule_id(name);
+		if (id == VEXIL_NO_ID)
+			refuse(options_.rules,
+			       fmt::format("there is no rule '{}'{}", name,
+					   similar_hint(name, catalogue_.rule_names())));
+		named.push_back(id);
+	}
+	if (!options_.wanted.empty() && named.empty())
+		refuse_usage("--rule names no rule");
+	if (named.size() > kMostRules)
+		refuse_usage(fmt::format("--rule names {} rules; at most {} can be listed",
+					 named.size(), kMostRules));
+	if (!named.empty() && !exclude) {
+		wanted_ = named;
+		return;
+	}
+	for (const RuleInfo &rule : catalogue_.rules) {
+		if (!rule.hidden && std::find(named.begin(), named.end(), rule.id) == named.end())
+			wanted_.push_back(rule.id);
+	}
+}
+
+void Session::refuse_evaluation()
+{
+	std::string cause = "the rules cannot be evaluated";
+	std::string reason;
+	for (const std::string &line : log_.take()) {
+		const std::string message(message_of(line));
+		constexpr std::string_view kRule = "Error while searching rule node ";
+		u64 id = 0;
+		if (message.starts_with(kRule) && read_number(message.substr(kRule.size()), &id))
+			cause = fmt::format("rule \"{}\" cannot be evaluated",
+					    catalogue_.rule_name(static_cast<u16>(id)));
+		else if (message.starts_with("Internal error, invalid NODEID"))
+			reason = ": it leads in a circle, or to a rule that is not defined";
+		else if (message.starts_with("Data length check failed"))
+			reason = ": its conditions are not as long as the key";
+		else
+			reason = ": " + message;
+	}
+	refuse(options_.rules, cause + reason);
+}
+
+void Session::evaluate()
+{
+	find_wanted();
+	evaluation_ = std::make_unique<Evaluation>(rules_);
+	for (const std::string &filter : options_.sets) {
+		for (const std::string &token : tokens_of(filter, " "))
+			check_statement(token);
+		if (evaluation_->set(filter))
+			continue;
+		std::string cause = "was refused by the library";
+		for (const std::string &line : log_.take())
+			cause += fmt::format(": {}", message_of(line));
+		refuse(options_.rules, fmt::format("--set '{}': {}", filter, cause));
+	}
+	if (!evaluation_->trigger(options_.wanted.empty() ? nullptr : &rule_list_))
+		refuse_evaluation();
+	for (const std::string &line : log_.take())
+		console_.warn(options_.rules, std::string(message_of(line)));
+	settings_ = evaluation_->settings();
+	presets_ = evaluation_->presets();
+}
+
+} // namespace vexil_tool
