@@ -8,7 +8,13 @@ cmake --build build -j"$(nproc)" --target vexil_tool | tail -n 1
 
 mkdir -p out
 show() {
-  printf '\n$ %s\n' "$*"
+  # As it can be typed again; most words need no quotes.
+  printf '\n$'
+  for word in "$@"; do
+    [[ $word =~ [^A-Za-z0-9._/=:-] ]] && word="'$word'"
+    printf ' %s' "$word"
+  done
+  printf '\n'
   "$@"
 }
 PATH=$PWD/build:$PATH

@@ -2,8 +2,7 @@
 
 #include "catalogue.h"
 
-#include "core/bytes.h"
-#include "extmem/children.h"
+#include "nodes.h"
 
 namespace vexil_tool {
 
@@ -14,22 +13,13 @@ using vexil::Children;
 using vexil::next_of;
 using vexil::WalkBudget;
 
-std::string text_or_nothing(const char *text)
-{
-	return text ? text : "";
-}
-
 /** A string item's text; long ones that many nodes share use up the budget. */
 std::string text(node_d holder, WalkBudget &budget)
 {
 	if (!budget.spend_bytes(vexil::payload(holder).size()))
 		return {};
-	return text_or_nothing(vexil::text_of(holder));
-}
-
-std::string name(node_d node, WalkBudget &budget)
-{
-	return text_or_nothing(vexil::name_of(node, budget));
+	const char *text = vexil::text_of(holder);
+	return text ? text : "";
 }
 
 std::string_view bytes_of(node_d holder)
@@ -85,7 +75,7 @@ ConfigInfo read_config(node_d node, ConfigKind kind, WalkBudget &budget)
 	ConfigInfo config{};
 	config.id = node.id;
 	config.kind = kind;
-	config.label = name(node, budget);
+	config.label = node_name(node, budget);
 	if (kind == ConfigKind::kPreset)
 		config.table = text(next_of(next_of(node)), budget);
 	for (const node_d holder : Children(node, budget)) {
@@ -100,7 +90,7 @@ SettingInfo read_setting(node_d node, WalkBudget &budget)
 {
 	SettingInfo setting{};
 	setting.id = node.id;
-	setting.name = name(node, budget);
+	setting.name = node_name(node, budget);
 	const node_d level = vexil::find_next(node, EXTMEM_TAG_PQLEVEL, budget);
 	const vexil::Bytes value = vexil::payload(child_of(level));
 	setting.level =
@@ -118,11 +108,8 @@ IpInfo read_ip(node_d node, WalkBudget &budget)
 {
 	IpInfo ip{};
 	ip.id = node.id;
-	ip.name = name(node, budget);
-	const node_d version = vexil::find_next(node, EXTMEM_TAG_VERSION, budget);
-	const vexil::Bytes value = vexil::payload(child_of(version));
-	if (value.size() >= sizeof ip.version)
-		ip.version = vexil::load<vexil_version>(value.data());
+	ip.name = node_name(node, budget);
+	ip.version = node_version(node, budget);
 	for (const node_d holder : Children(node, budget)) {
 		const node_d setting = child_of(holder);
 		if (extmem_fetch_tag(setting) == EXTMEM_TAG_IP_SETTING)
@@ -164,7 +151,7 @@ Catalogue::Catalogue(const Map &map)
 			ips.push_back(read_ip(node, budget));
 			break;
 		case EXTMEM_TAG_FILE:
-			files.push_back({node.id, name(node, budget), bytes_of(child_of(node))});
+			files.push_back({node.id, node_name(node, budget), bytes_of(child_of(node))});
 			break;
 		default:
 			break;

@@ -6,8 +6,7 @@
 
 #include <fmt/format.h>
 
-#include "core/bytes.h"
-#include "extmem/children.h"
+#include "nodes.h"
 #include "text.h"
 
 namespace vexil_tool {
@@ -25,12 +24,6 @@ vexil::Bytes record(node_d holder, int tag, WalkBudget &budget)
 	const vexil::Bytes bytes = vexil::payload(holder);
 	return extmem_fetch_tag(holder) == tag && budget.spend_bytes(bytes.size()) ? bytes
 										   : vexil::Bytes{};
-}
-
-std::string name(node_d node, WalkBudget &budget)
-{
-	const char *text = vexil::name_of(node, budget);
-	return text ? text : "";
 }
 
 RangeInfo read_range(node_d holder, WalkBudget &budget)
@@ -102,11 +95,8 @@ RuleInfo read_rule(node_d node, WalkBudget &budget)
 {
 	RuleInfo rule{};
 	rule.id = node.id;
-	rule.name = name(node, budget);
-	const node_d version = vexil::find_next(node, EXTMEM_TAG_VERSION, budget);
-	const vexil::Bytes value = vexil::payload(child_of(version));
-	if (value.size() >= sizeof rule.version)
-		rule.version = vexil::load<vexil_version>(value.data());
+	rule.name = node_name(node, budget);
+	rule.version = node_version(node, budget);
 	for (const node_d entry : Children(node, budget))
 		rule.cases.push_back(read_case(entry, budget));
 	return rule;
@@ -123,7 +113,7 @@ ReadLabel read_label(node_d node, WalkBudget &budget)
 {
 	ReadLabel label{{}, SourceKind::kValues, kNoSlot};
 	label.info.id = node.id;
-	label.info.text = name(node, budget);
+	label.info.text = node_name(node, budget);
 	const vexil::Bytes field = record(child_of(node), EXTMEM_TAG_SOURCE_DESCRIPTION, budget);
 	if (field.size() >= sizeof label.info.field)
 		label.info.field = vexil::load<source_desc>(field.data());
