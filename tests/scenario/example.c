@@ -349,7 +349,8 @@ void scenario_example_run(struct story *s)
 	expect_number(s, "settings of all rules", count, 317);
 	check(s, rm_get_num_result(product.rules) == count,
 	      "rm_get_num_result tells another number");
-	tell_ids(s, "all presets", presets, CALL(s, rm_get_preset)(product.rules, &presets));
+	count = CALL(s, rm_get_preset)(product.rules, &presets);
+	tell_ids(s, "all presets", presets, count);
 	for (i = 0; i < sizeof lists / sizeof lists[0]; i++) {
 		say(s, "rules '%s'", lists[i]);
 		expect(s, "trigger", CALL(s, rm_trigger)(product.rules, lists[i]), true);
@@ -357,10 +358,12 @@ void scenario_example_run(struct story *s)
 		tell_ids(s, "settings", settings, count);
 	}
 	expect(s, "find", rm_find(product.rules, states[1].sources, "Picture"), true);
-	tell_ids(s, "found", settings, CALL(s, rm_get_result)(product.rules, &settings));
+	count = CALL(s, rm_get_result)(product.rules, &settings);
+	tell_ids(s, "found", settings, count);
 	expect(s, "clear", CALL(s, rm_clear)(product.rules), true);
 	expect(s, "find all", rm_find(product.rules, states[1].sources, NULL), true);
-	tell_ids(s, "found", settings, CALL(s, rm_get_result)(product.rules, &settings));
+	count = CALL(s, rm_get_result)(product.rules, &settings);
+	tell_ids(s, "found", settings, count);
 	expect(s, "find nobody", rm_find(product.rules, states[1].sources, "Nobody"), false);
 	product_drop(s, &product);
 }
@@ -433,6 +436,7 @@ void scenario_example_merge(struct story *s)
 	u16 *ids = NULL;
 	char *image = NULL, *rule_image = NULL;
 	u32 size = 0, rule_size = 0;
+	size_t count;
 	unsigned int i;
 
 	fill_bytes(&customer, 0, sizeof customer);
@@ -468,8 +472,10 @@ void scenario_example_merge(struct story *s)
 	expect(s, "set the shop", CALL(s, rm_set)(rules, "Site:Shop;AmbientLux:400;Demo:Motion", 0),
 	       true);
 	expect(s, "trigger both", CALL(s, rm_trigger)(rules, "Picture;ShopStage"), true);
-	tell_ids(s, "shop", ids, CALL(s, rm_get_result)(rules, &ids));
-	tell_ids(s, "its presets", ids, CALL(s, rm_get_preset)(rules, &ids));
+	count = CALL(s, rm_get_result)(rules, &ids);
+	tell_ids(s, "shop", ids, count);
+	count = CALL(s, rm_get_preset)(rules, &ids);
+	tell_ids(s, "its presets", ids, count);
 out:
 	drop_rules(s, &rules);
 	drop_map(s, &map);

@@ -560,6 +560,7 @@ void scenario_handlers(struct story *s)
 	void *empty = empty_rules(s), *handler = NULL;
 	u16 *ids = NULL;
 	unsigned int i, round;
+	size_t count;
 
 	for (i = 0; i < 4; i++) {
 		expect(s, "create", CALL(s, rm_create_handler)(rules, &handlers[i]), true);
@@ -573,8 +574,7 @@ void scenario_handlers(struct story *s)
 			       true);
 		}
 		for (i = 0; i < 4; i++) {
-			size_t count = CALL(s, rm_handler_get_result)(handlers[i], &ids);
-
+			count = CALL(s, rm_handler_get_result)(handlers[i], &ids);
 			tell_ids(s, filters[i], ids, count);
 			check(s, rm_handler_get_num_result(handlers[i]) == count, "another number");
 			count = CALL(s, rm_handler_get_preset)(handlers[i], &ids);
@@ -584,11 +584,14 @@ void scenario_handlers(struct story *s)
 	tell_results(s, rules, "the context's own");
 	expect(s, "clear one", CALL(s, rm_handler_clear)(handlers[0]), true);
 	expect(s, "trigger it", CALL(s, rm_handler_trigger)(handlers[0], NULL), true);
-	tell_ids(s, "cleared", ids, CALL(s, rm_handler_get_result)(handlers[0], &ids));
+	count = CALL(s, rm_handler_get_result)(handlers[0], &ids);
+	tell_ids(s, "cleared", ids, count);
 	expect(s, "trigger a list", CALL(s, rm_handler_trigger)(handlers[0], "-Top;Nobody"), true);
-	tell_ids(s, "listed", ids, CALL(s, rm_handler_get_result)(handlers[0], &ids));
+	count = CALL(s, rm_handler_get_result)(handlers[0], &ids);
+	tell_ids(s, "listed", ids, count);
 	expect(s, "find by a handler", rm_handler_find(handlers[1], filters[0], "Top"), true);
-	tell_ids(s, "the handler's", ids, CALL(s, rm_handler_get_result)(handlers[1], &ids));
+	count = CALL(s, rm_handler_get_result)(handlers[1], &ids);
+	tell_ids(s, "the handler's", ids, count);
 	tell_results(s, rules, "the context's");
 	expect(s, "find nobody", rm_handler_find(handlers[1], filters[0], "Nobody"), false);
 	expect(s, "find all", rm_handler_find(handlers[1], filters[0], NULL), true);

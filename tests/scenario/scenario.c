@@ -28,7 +28,7 @@ const char *vexil_scenario_name(unsigned int index)
 }
 
 /* Kept apart, so that what one needs on the stack is not there for all. */
-#define APART __attribute__((noinline)) static
+#define APART __attribute__((__noinline__)) static
 
 /** Each slot holds the exported function of its name. */
 APART void check_table(struct story *s)

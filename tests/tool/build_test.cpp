@@ -200,6 +200,46 @@ TEST_F(ToolBuild, FaultsOfDocumentsAreRefusedUnlessToldToKeepGoing)
 	EXPECT_EQ(names(), (std::vector<std::string>{"groups.json", "hw.json"}));
 }
 
+TEST_F(ToolBuild, LongNamesAreCutInMessages)
+{
+	const std::string name(5000, 'x');
+	const std::string begin(64, 'x');
+	const ProcessResult handler = vexil({"build", "-o", "out.pim", "--handler", name + "\x1b"});
+	expect_refused(handler, "vexil: handler '" + begin +
+					"...': cannot be a name: names cannot hold '\\x1b'");
+	const ProcessResult file =
+		vexil({"build", "-o", "out.pim", "--file", name + "\x1b=" + write("t.bin", "t")});
+	EXPECT_EQ(file.exit_code, 1);
+	EXPECT_LT(file.err.size(), 300u);
+	for (const char *kind : {"hwreg", "swreg", "lut", "alg"}) {
+		const ProcessResult result = build_groups(
+			Json{{"PqFuncGroups",
+			      {{"Ip",
+				{{"settings",
+				  {{"Set", {{"group", {{"One", {{kind, {{name, name}}}}}}}}}}}}}}}}
+				.dump());
+		EXPECT_NE(result.err, "") << kind;
+		for (const std::string &line : lines_of(result.err))
+			EXPECT_LT(line.size(), 200u) << line;
+	}
+}
+
+TEST_F(ToolBuild, OlderRulesBesideAMapWithoutRulesAreWarnedAbout)
+{
+	build(kTv, "out.pim");
+	const std::string older = read_text(path("out.rule"));
+	const std::vector<std::string> arguments = {"build", "-o", "out.pim", "--handler", "h"};
+	const ProcessResult result = vexil(arguments);
+	EXPECT_EQ(result.exit_code, 0);
+	EXPECT_EQ(result.err,
+		  "vexil: out.pim: warning: out.rule beside it is older and was not written\n");
+	EXPECT_EQ(read_text(path("out.rule")), older);
+	fs::remove(path("out.rule"));
+	vexil_quiet(arguments);
+	write("h.rule", "not an image, and about to become one");
+	vexil_quiet({"build", "-o", "h.rule", "--handler", "h"});
+}
+
 TEST_F(ToolBuild, ExamplesHaveNoFaults)
 {
 	vexil_quiet({"build", kTv, "-o", "tv.pim"});

@@ -92,6 +92,93 @@ TEST_F(ToolLoad, SharedRegistersOfAllSettingsComeInTheOrderOfTheDocuments)
 	EXPECT_GT(next, 20u);
 }
 
+TEST_F(ToolLoad, RunLoadsSharedRegistersBeforeAllSettings)
+{
+	build(kTv, "tv.pim");
+	std::vector<std::string> arguments = {"run", "tv.pim", "tv.rule", "--rule", "Picture"};
+	const Json alone = vexil_json(arguments);
+	const std::string text = vexil_quiet(arguments);
+	const size_t left_out = alone["settingsWithoutShared"];
+	EXPECT_GT(left_out, 10u);
+	EXPECT_EQ(lines_of(text).back(), std::to_string(left_out) +
+						 " of these settings share registers with other "
+						 "members besides; --common loads those, too.");
+	arguments.emplace_back("--common");
+	const Json with = vexil_json(arguments);
+	EXPECT_EQ(with["settingsWithoutShared"], 0);
+	EXPECT_EQ(vexil_quiet(arguments).find("share registers"), std::string::npos);
+	const Json budget = vexil_json(
+		{"run", "tv.pim", "tv.rule", "--rule", "Picture", "--common", "--budget", "0"});
+	EXPECT_EQ(budget["budget"]["stopped"], true);
+
+	struct Register {
+		uint32_t value;
+		std::string writer;
+		bool operator==(const Register &) const = default;
+	};
+	std::map<uint32_t, Register> shared;
+	const Json loaded = vexil_json({"load", "tv.pim", "--common"});
+	for (const Json &load : loaded["loads"]) {
+		for (const Json &pair : load["blocks"][0]["pairs"])
+			shared[pair["position"]] = {pair["value"], load["label"]};
+	}
+	EXPECT_GT(shared.size(), 20u);
+	const auto registers_of = [](const Json &output) {
+		std::map<uint32_t, Register> found;
+		for (const Json &entry : output["hardware"])
+			found[entry["position"]] = {entry["value"], entry["writers"].back()};
+		return found;
+	};
+	EXPECT_EQ(registers_of(budget), shared);
+	std::map<uint32_t, Register> expected = shared;
+	for (const auto &[position, written] : registers_of(alone))
+		expected[position] = written;
+	EXPECT_EQ(registers_of(with), expected);
+}
+
+TEST_F(ToolLoad, BudgetThatEndsAtTheLastSettingLeavesNothingBehindIt)
+{
+	build(kTv, "tv.pim");
+	const std::string text =
+		vexil_quiet({"run", "tv.pim", "tv.rule", "--rule", "DynContrastCurve", "--set",
+			     "HdrType:Sdr", "--budget", "0"});
+	EXPECT_NE(text.find("\nstopped: budget; '"), std::string::npos) << text;
+	EXPECT_EQ(text.find("behind"), std::string::npos) << text;
+}
+
+TEST_F(ToolLoad, LongNamesAreCutInMessages)
+{
+	const std::string name(5000, 'x');
+	const std::string begin(64, 'x');
+	expect_refusal({"load", "tv.pim", name}, 1,
+		       "vexil: tv.pim: Cannot find label: " + begin + "...");
+	expect_refusal({"load", "tv.pim", "--preset", "T", name}, 1,
+		       "vexil: tv.pim: Cannot find preset: " + begin + "...");
+	expect_refusal({"load", "tv.pim", "--preset", name}, 1,
+		       "vexil: tv.pim: no preset belongs to table '" + begin + "...'");
+	expect_refusal({"load", "tv.pim", "a#b", "--budget", name}, 2,
+		       "vexil: --budget: Value " + begin +
+			       "... not in range 0 to 16777214 (see 'vexil load --help')");
+	expect_refusal({name}, 2,
+		       "vexil: there is no command '" + begin + "...' (see 'vexil --help')");
+	// Cut between characters, not within one.
+	expect_refusal(
+		{"load", "tv.pim",
+		 "x" +
+			 [] {
+				 std::string text;
+				 for (int i = 0; i < 100; ++i)
+					 text += "\xC3\xA9";
+				 return text;
+			 }()},
+		1, "vexil: tv.pim: Cannot find label: x" + [] {
+			std::string text;
+			for (int i = 0; i < 31; ++i)
+				text += "\xC3\xA9";
+			return text;
+		}() + "...");
+}
+
 TEST_F(ToolLoad, PresetsOfATableComeWithoutNamingThem)
 {
 	const Model model(kTv);
@@ -415,6 +502,11 @@ TEST_F(ToolLoad, ProductWithoutRegisterTableCannotServeAddressForm)
 	expect_refusal(
 		{"load", "tv.pim", "Dimming_Level#High", "--address", "--product", "product.json"},
 		1, "vexil: product.json: has no \"registerInfo\", which --address needs");
+	for (const char *command : {"load", "run"})
+		expect_refusal({command, "tv.pim", "a", "--address"}, 2,
+			       std::string("vexil: --address needs --reginfo or --product (see "
+					   "'vexil ") +
+				       command + " --help')");
 }
 
 TEST_F(ToolLoad, MissingListIsRefused)

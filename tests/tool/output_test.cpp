@@ -150,9 +150,42 @@ TEST_F(ToolOutput, OutputMayBeOneOfTheInputs)
 	vexil_quiet({"merge", "tv.pim", "customer.pim", "-o", "tv.pim"});
 	EXPECT_EQ(read_text(path("tv.pim")), read_text(path("shop.pim")));
 	write("tv.pim", tv_image());
-	vexil_quiet({"merge", "tv.pim", "customer.pim", "-o", "customer.pim"});
+	EXPECT_EQ(vexil({"merge", "tv.pim", "customer.pim", "-o", "customer.pim"}).err,
+		  "vexil: customer.pim: warning: customer.rule beside it is older and was not "
+		  "written\n");
 	EXPECT_EQ(read_text(path("customer.pim")), read_text(path("shop.pim")));
 	EXPECT_EQ(names(), (Names{"customer.pim", "customer.rule", "shop.pim", "tv.pim"}));
+}
+
+TEST_F(ToolOutput, OneFileForBothImagesIsAUsageError)
+{
+	const std::string line = " would be both images; name one with --rules-out (see 'vexil "
+				 "build --help')";
+	const auto expect_same = [&](const std::string &map, const std::string &rules) {
+		SCOPED_TRACE(rules);
+		expect_refusal({"build", kTv, "-o", map, "--rules-out", rules}, 2,
+			       "vexil: " + map + line);
+	};
+	expect_refusal({"build", kTv, "-o", "x.rule"}, 2, "vexil: x.rule" + line);
+	fs::create_directory_symlink(".", path("here"));
+	expect_same("x.pim", "x.pim");
+	expect_same("x.pim", "./x.pim");
+	expect_same("x.pim", path("x.pim"));
+	expect_same("x.pim", "here/./here/x.pim");
+	EXPECT_EQ(names(), Names{"here"});
+	write("x.pim", "older");
+	fs::create_symlink("x.pim", path("soft"));
+	fs::create_hard_link(path("x.pim"), path("hard"));
+	for (const std::string &rules : {std::string("./x.pim"), path("x.pim"), std::string("soft"),
+					 std::string("here/soft"), std::string("hard")})
+		expect_same("x.pim", rules);
+	expect_same("soft", "x.pim");
+	EXPECT_EQ(read_text(path("x.pim")), "older");
+	EXPECT_EQ(names(), (Names{"hard", "here", "soft", "x.pim"}));
+	// Files of one name in two folders are two files.
+	fs::create_directory(path("rules"));
+	vexil_quiet({"build", kTv, "-o", "x.pim", "--rules-out", "rules/x.pim"});
+	EXPECT_EQ(read_text(path("x.pim")), tv_image());
 }
 
 TEST_F(ToolOutput, LinkIsFollowedAndStays)

@@ -59,6 +59,38 @@ TEST_F(ToolPresetDb, MembersThatAreMissingAreNamedAndKeepTheirDefaults)
 	EXPECT_EQ(preset["rgb_gain"]["r"], 1024);
 }
 
+TEST_F(ToolPresetDb, IntegersThatAreNoNumbersCountAsNothingAndAreReported)
+{
+	Json document = read_json(kTv + "/presetdb.json");
+	Json &preset = document["Preset_PQ_Value"];
+	preset["HDR10"]["User_gain_pq"] = "abc";
+	preset["Colortuning"]["Hue"] = "77";
+	preset["Colortuning"]["Contrast"] = "0x400";
+	preset["RGBGain"]["RGBGain_G"] = nullptr;
+	preset["Brightness"]["Brightness_R"] = -5;
+	preset["Output"]["Range"] = "wide";
+	preset["SDR"]["EOTFEnable"] = "ONLY";
+	write("p.json", document.dump());
+	const ProcessResult result = vexil({"presetdb", "p.json", "--json"});
+	EXPECT_EQ(result.exit_code, 0);
+	EXPECT_EQ(
+		lines_of(result.err),
+		(std::vector<std::string>{
+			"vexil: p.json: PresetDB member Colortuning.Hue is a text, and counts as 0",
+			"vexil: p.json: PresetDB member HDR10.User_gain_pq is a text, and counts "
+			"as 0",
+			"vexil: p.json: PresetDB member RGBGain.RGBGain_G is not a number, and "
+			"counts as 0"}));
+	const Json shown = Json::parse(result.out)["preset"];
+	EXPECT_EQ(shown["hdr10"]["user_gain"], 0);
+	EXPECT_EQ(shown["tuning"]["hue"], 0);
+	EXPECT_EQ(shown["tuning"]["contrast"], 0x400);
+	EXPECT_EQ(shown["rgb_gain"]["g"], 0);
+	EXPECT_EQ(shown["brightness"]["r"], -5);
+	EXPECT_EQ(shown["output"]["range"], "auto");
+	EXPECT_EQ(shown["sdr"]["eotf_enable"], true);
+}
+
 TEST_F(ToolPresetDb, DocumentsWithoutAPresetAreRefused)
 {
 	write("p.json", "{}");

@@ -307,16 +307,148 @@ TEST_F(ToolRuleBuild, ReferencesThatCannotWaitAreReported)
 
 TEST_F(ToolRuleBuild, CyclesAreToldWhenTheyAreReached)
 {
-	EXPECT_EQ(build_with(kSources,
-			     rules(rule("A", "{}", R"("settings": [], "children": ["B"])") + "," +
-				   rule("B", "{}", R"("settings": [], "children": ["A"])")))
+	const ProcessResult built = build_with(
+		kSources, rules(rule("A", "{}", R"("settings": [], "children": ["B"])") + "," +
+				rule("B", "{}", R"("settings": [], "children": ["A"])")));
+	EXPECT_EQ(built.exit_code, 0);
+	EXPECT_EQ(built.err,
+		  "vexil: r.json: note: rules lead in a circle: A -> B -> A; where their "
+		  "conditions allow it, they cannot be evaluated\n");
+	const std::string line =
+		"vexil: out.rule: rule \"A\" cannot be evaluated: it leads in a circle: A -> B -> A\n";
+	expect_refusal({"run", "out.pim", "out.rule", "--rule", "A"}, 1,
+		       line.substr(0, line.size() - 1));
+	const ProcessResult explained = vexil({"explain", "out.pim", "out.rule", "--rule", "A"});
+	EXPECT_EQ(explained.exit_code, 1);
+	EXPECT_EQ(explained.err, line);
+	EXPECT_EQ(explained.out, "A: case 1 of 1\n"
+				 "  case 1 matches: it has no conditions\n"
+				 "    leads to B\n"
+				 "  B: case 1 of 1\n"
+				 "    case 1 matches: it has no conditions\n"
+				 "      leads to A\n");
+}
+
+TEST_F(ToolRuleBuild, RulesThatCannotBeEvaluatedSayWhy)
+{
+	const std::string leads = R"("settings": [], "children": [)";
+	ASSERT_EQ(
+		build_with(kSources, rules(rule("A", "{}", leads + R"("Gone"])")), {"--keep-going"})
+			.exit_code,
+		0);
+	expect_refusal(
+		{"run", "out.pim", "out.rule"}, 1,
+		"vexil: out.rule: rule \"A\" cannot be evaluated: it leads to a rule that is not "
+		"defined");
+	std::string groups;
+	for (int i = 0; i < 26; ++i) {
+		const std::string next = "\"R" + std::to_string(i + 1) + "\"";
+		groups +=
+			rule("R" + std::to_string(i), "{}", leads + next + ", " + next + "]") + ",";
+	}
+	ASSERT_EQ(build_with(kSources, rules(groups + rule("R26", "{}"))).exit_code, 0);
+	for (const char *command : {"run", "explain"}) {
+		const ProcessResult result =
+			vexil({command, "out.pim", "out.rule", "--rule", "R0"});
+		EXPECT_EQ(result.exit_code, 1);
+		EXPECT_EQ(result.err,
+			  "vexil: out.rule: rule \"R0\" cannot be evaluated: it leads to more "
+			  "rules than can be evaluated at once\n");
+		// Every rule is explained once, however often it is led to.
+		EXPECT_LT(lines_of(result.out).size(), 200u);
+	}
+}
+
+TEST_F(ToolRuleBuild, NamesThatCannotBeAskedForAreReported)
+{
+	expect_faults(
+		R"({"PqRuleLists": {"My Input": {"content": ["HDMI 1", "DP"]}, "A:B": {"content": ""},
+			"Hex": {"content": ["0x10", "a", 7]}}})",
+		rules(rule("My Rule", R"({"Hex": "a"})")),
+		{"s.json: source label \"My Input:HDMI 1\": blanks are dropped from what is asked for, so "
+		 "it cannot be found",
+		 "s.json: source label \"My Input:DP\": blanks are dropped from what is asked for, so it "
+		 "cannot be found",
+		 "s.json: source \"A:B\": what is set is cut at its first ':', so it cannot be set",
+		 "s.json: source \"Hex\": \"0x10\" is a number and no name; left out",
+		 "s.json: source \"Hex\": value 3 is not a text",
+		 "r.json: rule \"My Rule\": blanks are dropped from what is asked for, so it cannot be "
+		 "found"});
+}
+
+TEST_F(ToolRuleBuild, DefinitionsWithoutARangeAreReported)
+{
+	expect_faults(
+		R"({"PqRuleLists": {"Luma": {"content": ""}, "Scene": {"content": ["A", "B", "C"],
+			"define": {"A": {}, "B": "[0,9]", "C": {"Luma": "[1,2]"}, "note": "text"}}}})",
+		rules(rule("R", R"({"Scene": "C"})")),
+		{"s.json: source \"Scene\": \"A\" is defined by no range",
+		 "s.json: source \"Scene\": \"B\" is defined by no range"});
+	expect_faults(R"({"PqRuleLists": {"Luma": {"content": ""}}})",
+		      rules(rule("R", R"j({"Luma": ["(18446744073709551615,5]", "[0,0)"]})j")),
+		      {"r.json: rule \"R\", case 1, \"Luma\": no number is in "
+		       "\"(18446744073709551615,5]\"",
+		       "r.json: rule \"R\", case 1, \"Luma\": no number is in \"[0,0)\""});
+}
+
+TEST_F(ToolRuleBuild, SourceThatIsDeclaredInPartsIsReportedAndExplained)
+{
+	write("more.json", R"({"PqRuleLists": {"input": {"content": ["VGA", "SCART"]}}})");
+	const std::string groups = rules(rule("R", R"({"Input": "SCART"})"));
+	const ProcessResult strict = build_with(kSources, groups, {"--sources", "more.json"});
+	EXPECT_EQ(strict.exit_code, 1);
+	EXPECT_EQ(lines_of(strict.err)[0],
+		  "vexil: more.json: source \"input\" is declared already in s.json; values of its "
+		  "parts do not exclude each other");
+	EXPECT_EQ(
+		build_with(kSources, groups, {"--sources", "more.json", "--keep-going"}).exit_code,
+		0);
+	EXPECT_EQ(vexil_quiet({"explain", "out.pim", "out.rule", "--set", "Input:DP;Input:SCART"}),
+		  "R: case 1 of 1\n  case 1 matches: Input is SCART\n");
+	EXPECT_EQ(vexil_quiet({"explain", "out.pim", "out.rule", "--set", "Input:DP"}),
+		  "R: none of 1 case\n  case 1 fails: Input is not set, wanted SCART\n");
+}
+
+TEST_F(ToolRuleBuild, ListsOfOtherKindsAreReported)
+{
+	expect_faults(R"({"PqRuleLists": null})", R"({"PqRuleGroups": [1, 2]})",
+		      {"s.json: \"PqRuleLists\" is not an object",
+		       "r.json: \"PqRuleGroups\" is not an object"});
+}
+
+TEST_F(ToolRuleBuild, EqualRangesOfSeveralNamesAreAllSaid)
+{
+	const char *sources = R"({"PqRuleLists": {"N": {"content": ""}, "M": {"content": ""},
+		"Q": {"content": ["x"], "define": {"x": {"N": "[5,50]"}}},
+		"W": {"content": ["x", "z"],
+		      "define": {"x": {"N": "[5,50]"}, "z": {"N": "[60,70]"}}},
+		"D": {"content": ["both"], "define": {"both": {"N": "[1,2]", "M": "[3,4]"}}}}})";
+	ASSERT_EQ(build_with(sources, rules(rule("R", R"({"W": ["x", "z"]})") + "," +
+					    rule("S", R"({"N": "[1,2]", "M": "[3,9]"})") + "," +
+					    rule("T", R"({"D": "both"})") + "," +
+					    rule("U", R"({"N": ["[5,50]", "[900,1000]"]})")))
 			  .exit_code,
 		  0);
-	for (const char *command : {"run", "explain"})
-		expect_refusal(
-			{command, "out.pim", "out.rule", "--rule", "A"}, 1,
-			"vexil: out.rule: rule \"A\" cannot be evaluated: it leads in a circle, "
-			"or to a rule that is not defined");
+	EXPECT_EQ(vexil_quiet({"explain", "out.pim", "out.rule", "--set", "N:7000"}),
+		  "R: none of 1 case\n"
+		  "  case 1 fails: N is 7000, wanted 5 to 50 (Q:x, W:x) or 60 to 70 (W:z)\n"
+		  "S: none of 1 case\n"
+		  "  case 1 fails: N is 7000, wanted 1 to 2\n"
+		  "T: none of 1 case\n"
+		  "  case 1 fails: N is 7000, wanted 1 to 2 (D:both)\n"
+		  "U: none of 1 case\n"
+		  "  case 1 fails: N is 7000, wanted 5 to 50 (Q:x, W:x) or 900 to 1000\n");
+	EXPECT_EQ(
+		vexil_quiet(
+			{"explain", "out.pim", "out.rule", "--rule", "T;R", "--set", "N:2;M:4"}),
+		"T: case 1 of 1\n"
+		"  case 1 matches: N is 2, within 1 to 2 (D:both), M is 4, within 3 to 4 (D:both)\n"
+		"R: none of 1 case\n"
+		"  case 1 fails: N is 2, wanted 5 to 50 (Q:x, W:x) or 60 to 70 (W:z)\n");
+	const Json entry = vexil_json(
+		{"explain", "out.pim", "out.rule", "--rule", "R", "--set", "N:65"})["rules"][0];
+	EXPECT_EQ(entry["conditions"][0], Json::parse(R"({"source": "N", "present": 65, "set": true,
+				  "wanted": {"first": 60, "last": 70, "names": ["W:z"]}})"));
 }
 
 TEST_F(ToolRuleBuild, DocumentsThatTheLibraryRefusesAreRefused)

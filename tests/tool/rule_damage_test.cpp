@@ -136,6 +136,19 @@ TEST_F(ToolRuleDamage, IdsOutsideTheMapAreNamed)
 			  std::string::npos)
 			<< result.err;
 	}
+	const std::vector<std::vector<std::string>> merges = {
+		{"merge", "tv.pim", "tv.pim", "--rules", "tv.rule", "x.rule", "-o", "out.pim"},
+		{"merge", "tv.pim", "tv.pim", "--rules", "x.rule", "tv.rule", "-o", "out.pim"}};
+	for (const std::vector<std::string> &arguments : merges) {
+		const ProcessResult result = vexil(arguments);
+		EXPECT_EQ(result.exit_code, 1);
+		EXPECT_EQ(result.out, "");
+		EXPECT_EQ(result.err.rfind("vexil: x.rule: rule \"", 0), 0u) << result.err;
+		EXPECT_NE(result.err.find(" selects setting 60000, which tv.pim does not have: "),
+			  std::string::npos)
+			<< result.err;
+	}
+	EXPECT_EQ(names(), (std::vector<std::string>{"tv.pim", "tv.rule", "x.rule"}));
 }
 
 } // namespace

@@ -15,6 +15,7 @@
 #include "errors.h"
 #include "files.h"
 #include "json_input.h"
+#include "library.h"
 #include "library_log.h"
 #include "map.h"
 #include "names.h"
@@ -29,6 +30,7 @@ namespace vexil_tool {
 namespace {
 
 constexpr const char *kGroupsKey = "PqFuncGroups";
+constexpr size_t kLongestComplaint = 96; // of the library's: its words, and a name behind them
 
 struct Options {
 	std::string product;
@@ -38,11 +40,6 @@ struct Options {
 	std::string rules_output;
 	bool keep_going = false;
 };
-
-bool supported(const vexil_version &version)
-{
-	return version.u16MajorNumber == 2 && version.u16MinorNumber <= 2;
-}
 
 /**
  * Why the library refuses the chain of folders and IPs from @first on, in its order, or nothing. It
@@ -60,10 +57,10 @@ std::string cause_in_chain(const cJSON *first, size_t depth)
 			return "an array stands where named objects are expected";
 		if (const cJSON *own = vexil::member(item, "#version")) {
 			__pim_get_version(const_cast<cJSON *>(own), &version, nullptr);
-			if (!supported(version))
+			if (!is_supported(version))
 				return fmt::format(
 					"\"{}\": #version {}.{} is not supported (2.0 to 2.2)",
-					item->string, version.u16MajorNumber,
+					shortened(item->string), version.u16MajorNumber,
 					version.u16MinorNumber);
 		}
 		if (vexil::member(item, "settings"))
@@ -73,7 +70,7 @@ std::string cause_in_chain(const cJSON *first, size_t depth)
 			has_object = has_object || vexil::is_object(child);
 		if (depth >= kMostFolders && has_object)
 			return fmt::format("\"{}\": folders are nested deeper than {}",
-					   item->string, kMostFolders);
+					   shortened(item->string), kMostFolders);
 		if (depth < kMostFolders) {
 			if (std::string cause = cause_in_chain(item->child, depth + 1);
 			    !cause.empty())
@@ -114,7 +111,7 @@ public:
 
 	void handler(const std::string &label)
 	{
-		const std::string where = fmt::format("handler '{}'", label);
+		const std::string where = fmt::format("handler '{}'", shortened(label));
 		if (label.empty() || !foreign_character(label).empty())
 			refuse(where, cannot_be_named(label));
 		if (!map_.insert_handler(label))
@@ -126,8 +123,8 @@ public:
 		begin_step(file.path);
 		const std::vector<char> bytes = read_file(file.path);
 		if (file.name.empty() || !foreign_character(file.name).empty())
-			refuse(file.path,
-			       fmt::format("\"{}\" {}", file.name, cannot_be_named(file.name)));
+			refuse(file.path, fmt::format("\"{}\" {}", shortened(file.name),
+						      cannot_be_named(file.name)));
 		if (!map_.insert_file(file.name, bytes))
 			refuse(file.path, cause_of_failure(log_.take()));
 	}
@@ -204,7 +201,6 @@ private:
 	/** Registers that an unknown one may have been meant to be. */
 	[[nodiscard]] std::string hint(const std::string &message) const
 	{
-		constexpr size_t kMostHints = 50; // complaints that get one: it takes time
 		static constexpr std::pair<const char *, RegisterList RegisterLists::*> kUnknown[] =
 			{
 				{"Cannot find hw_register ", &RegisterLists::hardware},
@@ -237,7 +233,7 @@ private:
 			else if (message.ends_with("Invalid entry found at "))
 				message = "an entry is not a register's name with a number";
 			else
-				message += hint(message);
+				message = shortened(message, kLongestComplaint) + hint(message);
 			console_.warn(path, message);
 		}
 	}
@@ -288,7 +284,7 @@ private:
 		const cJSON *groups = vexil::member(document, kGroupsKey);
 		const cJSON *version =
 			vexil::member(vexil::member(document, "VexilVersion"), "#version");
-		if (version && !supported(map_.version()))
+		if (version && !is_supported(map_.version()))
 			return fmt::format("VexilVersion {}.{} is not supported (2.0 to 2.2)",
 					   map_.version().u16MajorNumber,
 					   map_.version().u16MinorNumber);
@@ -317,13 +313,14 @@ private:
 			return; // folders of one name are no trouble
 		const u16 found = map_.ip_id(ip.name);
 		if (found == VEXIL_NO_ID)
-			console_.warn(origin_of(ip.id), fmt::format("IP \"{}\" {}", ip.name,
-								    cannot_be_named(ip.name)));
+			console_.warn(origin_of(ip.id),
+				      fmt::format("IP \"{}\" {}", shortened(ip.name),
+						  cannot_be_named(ip.name)));
 		else if (found != ip.id)
 			console_.warn(origin_of(ip.id),
 				      fmt::format("there is an IP \"{}\" already; a merge finds "
 						  "the first only",
-						  ip.name));
+						  shortened(ip.name)));
 	}
 
 	void check_label(const ConfigInfo &config)
@@ -412,10 +409,8 @@ void run_build(const Options &options)
 	const Product product = product_of(options, console);
 	const std::string rules_output =
 		options.rules_output.empty() ? rules_beside(options.output) : options.rules_output;
-	if ((!product.sources.empty() || !product.rules.empty()) && rules_output == options.output)
-		refuse_usage(fmt::format("{} would be both images; name one with --rules-out (see "
-					 "'vexil build --help')",
-					 options.output));
+	if (!product.sources.empty() || !product.rules.empty())
+		check_outputs(options.output, rules_output, "build");
 	Build build(console, product.hardware.size() + product.software.size() +
 				     product.customer.size() + product.files.size() +
 				     product.groups.size() + product.sources.size() +
@@ -445,8 +440,9 @@ void run_build(const Options &options)
 			   grouped(rules->nodes_used()), grouped(kMostNodes),
 			   grouped(outputs[1].bytes.size()));
 	else if (rules)
-		fmt::print("the rules are not written: {} is no regular file (--rules-out FILE)\n",
-			   printable(options.output));
+		say_rules_not_written(options.output);
+	else
+		warn_of_older_rules(options.output);
 }
 
 } // namespace
@@ -479,8 +475,8 @@ void add_build(CLI::App &app)
 Options add to the product; each takes one or more values, so PRODUCT stands first.
 Entries that cannot be resolved (an unknown register, a name that is taken) are reported,
 each in a line with its document, and no image is written unless --keep-going is given.
-A product with sources or rules gives a rule image as well. Images appear whole, and both
-or none.
+A product with sources or rules gives a rule image as well. Both images are complete
+before either takes its place; no image is ever seen half written.
 
 Examples:
   vexil build examples/tv -o tv.pim

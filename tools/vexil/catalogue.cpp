@@ -151,7 +151,8 @@ Catalogue::Catalogue(const Map &map)
 			ips.push_back(read_ip(node, budget));
 			break;
 		case EXTMEM_TAG_FILE:
-			files.push_back({node.id, node_name(node, budget), bytes_of(child_of(node))});
+			files.push_back(
+				{node.id, node_name(node, budget), bytes_of(child_of(node))});
 			break;
 		default:
 			break;
@@ -160,6 +161,18 @@ Catalogue::Catalogue(const Map &map)
 	damaged = budget.spent();
 	for (size_t i = 0; i < files.size(); ++i)
 		files_by_data_.emplace(files[i].data.data(), i);
+}
+
+std::unordered_map<const char *, ConfigPlace> Catalogue::common_lists() const
+{
+	std::unordered_map<const char *, ConfigPlace> lists;
+	for (const ConfigPlace &place : configs()) {
+		if (place.config->kind != ConfigKind::kCommon)
+			continue;
+		for (const BlockInfo &block : place.config->blocks)
+			lists.emplace(block.data.data(), place);
+	}
+	return lists;
 }
 
 const FileInfo *Catalogue::file_at(std::string_view data) const

@@ -78,6 +78,11 @@ public:
 
 	/** Every configuration, in the order of the image. */
 	[[nodiscard]] std::vector<ConfigPlace> configs() const;
+	/**
+	 * Shared register lists, by their bytes. The library delivers all of them in one go: whose
+	 * one is, is told by where it lies.
+	 */
+	[[nodiscard]] std::unordered_map<const char *, ConfigPlace> common_lists() const;
 	/** The file that holds these bytes, or null. */
 	[[nodiscard]] const FileInfo *file_at(std::string_view data) const;
 

@@ -38,23 +38,38 @@ void clear_field(std::vector<u64> &words, const source_desc &field)
 	}
 }
 
-const LabelInfo *label_of_code(const SourceInfo &source, u64 code)
+bool same_bits(const source_desc &a, const source_desc &b)
 {
-	for (const LabelInfo &label : source.labels) {
-		if (label.field.rank == code)
-			return &label;
-	}
-	return nullptr;
+	return a.shift == b.shift && a.width == b.width;
 }
 
-std::string value_text(const SourceInfo &source, u64 code)
+/** What a code in a field stands for; nothing for 0, which nobody has. */
+std::string value_of_code(const SourceInfo &source, const source_desc &bits, u64 code)
 {
 	if (source.kind == SourceKind::kNumber)
-		return code ? "set" : "not set";
-	const LabelInfo *label = label_of_code(source, code);
-	if (label)
-		return label->value;
-	return code == 0 ? "not set" : fmt::format("code {}", code);
+		return code ? "set" : "";
+	for (const LabelInfo &label : source.labels) {
+		if (same_bits(label.field, bits) && label.field.rank == code)
+			return label.value;
+	}
+	return code == 0 ? "" : fmt::format("code {}", code);
+}
+
+bool has_range(const std::vector<RangeInfo> &ranges, const RangeInfo &wanted)
+{
+	return std::any_of(ranges.begin(), ranges.end(),
+			   [&](const RangeInfo &range) { return range.same_as(wanted); });
+}
+
+void add_new(std::vector<std::string> &texts, const std::string &text)
+{
+	if (std::find(texts.begin(), texts.end(), text) == texts.end())
+		texts.push_back(text);
+}
+
+std::string in_brackets(const std::vector<std::string> &names)
+{
+	return names.empty() ? "" : fmt::format(" ({})", joined(names));
 }
 
 } // namespace
@@ -70,6 +85,25 @@ std::string interval_text(u64 first, u64 last)
 	return fmt::format("{} to {}", first, last);
 }
 
+std::string wanted_text(const Condition &condition)
+{
+	return condition.is_number ? interval_text(condition.first, condition.last) +
+					     in_brackets(condition.wanted_names)
+				   : condition.wanted_value;
+}
+
+std::string number_text(const Condition &condition)
+{
+	return condition.is_set ? std::to_string(condition.number) : "not set, which counts as 0";
+}
+
+std::string present_text(const Condition &condition)
+{
+	if (!condition.is_number)
+		return condition.is_set ? condition.present_value : "not set";
+	return number_text(condition) + in_brackets(condition.present_names);
+}
+
 State::State(const rm_individual &individual, const RuleCatalogue &catalogue)
 {
 	const size_t words = catalogue.key_words();
@@ -82,19 +116,32 @@ Conditions::Conditions(const RuleCatalogue &catalogue, const rm_individual &indi
     : catalogue_(catalogue), state_(individual, catalogue)
 {
 	for (const SourceInfo &source : catalogue.sources) {
-		if (source.kind != SourceKind::kRanges && source.field.width > 0)
-			fields_.push_back(&source);
+		// A source that was declared in parts has a field for each.
+		for (const LabelInfo &label : source.labels) {
+			const bool known = std::any_of(
+				fields_.begin(), fields_.end(), [&](const Field &field) {
+					return field.source == &source &&
+					       same_bits(field.bits, label.field);
+				});
+			if (!known && source.kind != SourceKind::kRanges && label.field.width > 0)
+				fields_.push_back({&source, label.field});
+		}
 	}
-	std::stable_sort(fields_.begin(), fields_.end(),
-			 [](const SourceInfo *a, const SourceInfo *b) {
-				 return a->field.shift < b->field.shift;
-			 });
+	std::stable_sort(fields_.begin(), fields_.end(), [](const Field &a, const Field &b) {
+		return a.bits.shift < b.bits.shift;
+	});
 }
 
 bool Conditions::holds(const RangeInfo &range) const
 {
 	return range.slot < state_.numbers.size() && range.first <= state_.numbers[range.slot] &&
 	       state_.numbers[range.slot] <= range.last;
+}
+
+bool Conditions::holds(const LabelInfo &redefined) const
+{
+	return std::all_of(redefined.ranges.begin(), redefined.ranges.end(),
+			   [this](const RangeInfo &range) { return holds(range); });
 }
 
 bool Conditions::matches(const AlternativeInfo &alternative) const
@@ -109,81 +156,48 @@ bool Conditions::matches(const AlternativeInfo &alternative) const
 			   [this](const RangeInfo &range) { return holds(range); });
 }
 
-/** The number of a value source, and whether it was said. */
-std::string Conditions::number_text(const SourceInfo &source) const
+Condition Conditions::field(const Field &field, u64 wanted) const
 {
-	const u64 number = source.slot < state_.numbers.size() ? state_.numbers[source.slot] : 0;
-	return bits_of(state_.mask, source.field) ? std::to_string(number)
-						  : std::string("not set (counts as 0)");
+	const u64 code = bits_of(state_.key, field.bits);
+	Condition condition{};
+	condition.source = field.source->name;
+	condition.holds = code == wanted;
+	condition.wanted_value = value_of_code(*field.source, field.bits, wanted);
+	condition.present_value = value_of_code(*field.source, field.bits, code);
+	condition.is_set = !condition.present_value.empty();
+	return condition;
 }
 
-Condition Conditions::field(const SourceInfo &source, u64 wanted) const
-{
-	const u64 code = bits_of(state_.key, source.field);
-	return {source.name, value_text(source, wanted), value_text(source, code), code == wanted};
-}
-
-Condition Conditions::range(const RangeInfo &range) const
+/** @of: the alternative, for the names that its ranges may have been written as. */
+Condition Conditions::range(const RangeInfo &range, const AlternativeInfo &of) const
 {
 	const SourceInfo *source = catalogue_.source_of_slot(range.slot);
-	return {source ? source->name : fmt::format("number {}", range.slot),
-		interval_text(range.first, range.last), source ? number_text(*source) : "unknown",
-		holds(range)};
-}
-
-const LabelInfo *Conditions::redefinition(const std::vector<RangeInfo> &ranges, size_t at,
-					  const SourceInfo **source) const
-{
-	const LabelInfo *best = nullptr;
-	for (const SourceInfo &candidate : catalogue_.sources) {
-		if (candidate.kind != SourceKind::kRanges)
+	Condition condition{};
+	condition.source = source ? source->name : "a number of no source";
+	condition.is_number = true;
+	condition.holds = holds(range);
+	condition.is_set = source && bits_of(state_.mask, source->field) != 0;
+	condition.first = range.first;
+	condition.last = range.last;
+	condition.number = range.slot < state_.numbers.size() ? state_.numbers[range.slot] : 0;
+	for (const SourceInfo &redefined : catalogue_.sources) {
+		if (redefined.kind != SourceKind::kRanges)
 			continue;
-		for (const LabelInfo &label : candidate.labels) {
-			const size_t count = label.ranges.size();
-			if (count == 0 || count > ranges.size() - at ||
-			    (best && best->ranges.size() >= count))
-				continue;
-			bool same = true;
-			for (size_t i = 0; i < count; ++i)
-				same = same && label.ranges[i].same_as(ranges[at + i]);
-			if (!same)
-				continue;
-			best = &label;
-			*source = &candidate;
+		const size_t names = condition.wanted_names.size();
+		for (const LabelInfo &label : redefined.labels) {
+			const bool all = std::all_of(
+				label.ranges.begin(), label.ranges.end(),
+				[&](const RangeInfo &one) { return has_range(of.ranges, one); });
+			if (all && has_range(label.ranges, range))
+				condition.wanted_names.push_back(label.text);
+		}
+		if (condition.wanted_names.size() == names)
+			continue;
+		for (const LabelInfo &label : redefined.labels) {
+			if (!label.ranges.empty() && holds(label))
+				condition.present_names.push_back(label.text);
 		}
 	}
-	return best;
-}
-
-Condition Conditions::redefined(const SourceInfo &source, const LabelInfo &label) const
-{
-	Condition condition{source.name, {}, {}, true};
-	std::string ranges;
-	std::string numbers;
-	std::vector<std::string> said;
-	for (const RangeInfo &info : label.ranges) {
-		const Condition one = range(info);
-		ranges +=
-			fmt::format("{}{} {}", ranges.empty() ? "" : ", ", one.source, one.wanted);
-		if (std::find(said.begin(), said.end(), one.source) == said.end()) {
-			said.push_back(one.source);
-			numbers += fmt::format("{}{} {}", numbers.empty() ? "" : ", ", one.source,
-					       one.present);
-		}
-		condition.holds = condition.holds && one.holds;
-	}
-	condition.wanted = fmt::format("{} ({})", label.value, ranges);
-	std::string present = "none of its values";
-	for (const LabelInfo &other : source.labels) {
-		const bool is_so =
-			std::all_of(other.ranges.begin(), other.ranges.end(),
-				    [this](const RangeInfo &info) { return holds(info); });
-		if (is_so) {
-			present = other.value;
-			break;
-		}
-	}
-	condition.present = fmt::format("{} ({})", present, numbers);
 	return condition;
 }
 
@@ -191,23 +205,22 @@ std::vector<Condition> Conditions::of(const AlternativeInfo &alternative) const
 {
 	std::vector<Condition> conditions;
 	std::vector<u64> rest = alternative.mask;
-	for (const SourceInfo *source : fields_) {
-		if (bits_of(rest, source->field) == 0)
+	for (const Field &known : fields_) {
+		if (bits_of(rest, known.bits) == 0)
 			continue;
-		conditions.push_back(field(*source, bits_of(alternative.value, source->field)));
-		clear_field(rest, source->field);
+		conditions.push_back(field(known, bits_of(alternative.value, known.bits)));
+		clear_field(rest, known.bits);
 	}
 	const bool foreign =
 		std::any_of(rest.begin(), rest.end(), [](u64 word) { return word != 0; });
-	if (foreign)
-		conditions.push_back({"key bits of no source", "other bits", "as they are", false});
-	for (size_t at = 0; at < alternative.ranges.size();) {
-		const SourceInfo *source = nullptr;
-		const LabelInfo *label = redefinition(alternative.ranges, at, &source);
-		conditions.push_back(label ? redefined(*source, *label)
-					   : range(alternative.ranges[at]));
-		at += label ? label->ranges.size() : 1;
+	if (foreign) {
+		Condition other{};
+		other.source = "a part of the key that no source has";
+		other.wanted_value = "something else";
+		conditions.push_back(other);
 	}
+	for (const RangeInfo &wanted : alternative.ranges)
+		conditions.push_back(range(wanted, alternative));
 	return conditions;
 }
 
@@ -217,30 +230,29 @@ Failing Conditions::why_not(const CaseInfo &entry) const
 	std::vector<std::string> sources;          // in the order of comparing
 	for (const AlternativeInfo &alternative : entry.alternatives) {
 		alive.push_back(of(alternative));
-		for (const Condition &condition : alive.back()) {
-			if (std::find(sources.begin(), sources.end(), condition.source) ==
-			    sources.end())
-				sources.push_back(condition.source);
-		}
+		for (const Condition &condition : alive.back())
+			add_new(sources, condition.source);
 	}
 	for (const std::string &source : sources) {
-		Failing failing{source, {}, {}};
+		Failing failing{source, {}};
+		std::vector<std::string> said;
 		std::vector<std::vector<Condition>> left;
 		for (const std::vector<Condition> &alternative : alive) {
+			std::vector<Condition> wanted;
+			std::string text;
 			bool holds = true;
-			std::string wanted;
 			for (const Condition &condition : alternative) {
 				if (condition.source != source)
 					continue;
 				holds = holds && condition.holds;
-				failing.present = condition.present;
-				wanted += (wanted.empty() ? "" : " and ") + condition.wanted;
+				text += wanted_text(condition) + ";";
+				wanted.push_back(condition);
 			}
 			if (holds)
 				left.push_back(alternative);
-			else if (std::find(failing.wanted.begin(), failing.wanted.end(), wanted) ==
-				 failing.wanted.end())
+			else if (std::find(said.begin(), said.end(), text) == said.end())
 				failing.wanted.push_back(wanted);
+			add_new(said, text);
 		}
 		if (left.empty())
 			return failing;

@@ -19,20 +19,35 @@ struct State {
 	State(const rm_individual &individual, const RuleCatalogue &catalogue);
 };
 
-/** One condition of an alternative. */
+/** One condition of an alternative, beside what is set. */
 struct Condition {
 	std::string source;
-	std::string wanted;  // "HDMI1", "24 to 219", "Dark (Luma 24 to 219)"
-	std::string present; // "HDMI2", "812", "Bright (Luma 812)", "not set"
+	bool is_number; // a range of a value source; otherwise one value of an enumerated source
 	bool holds;
+	bool is_set;
+
+	std::string wanted_value;
+	std::string present_value; // empty unless set
+
+	u64 first; // wanted
+	u64 last;
+	u64 number;                            // present; counts as 0 when it is not set
+	std::vector<std::string> wanted_names; // "Scene:Dark": redefined values that say this range
+	std::vector<std::string> present_names; // values of the same sources that hold now
 };
+
+/** "HDMI1", "24 to 219 (Scene:Dark)". */
+[[nodiscard]] std::string wanted_text(const Condition &condition);
+/** "812", "not set, which counts as 0". */
+[[nodiscard]] std::string number_text(const Condition &condition);
+/** "HDMI2", "not set", "812 (Scene:Bright)". */
+[[nodiscard]] std::string present_text(const Condition &condition);
 
 /** Why a case does not match: the first source at which its last alternatives fail. */
 struct Failing {
-	std::string source;
-	std::string present;
-	std::vector<std::string>
-		wanted; // any of them would do; empty for a case without alternatives
+	std::string source; // empty for a case without alternatives
+	/** What each of those alternatives wants of it: all of one entry, any of the entries. */
+	std::vector<std::vector<Condition>> wanted;
 };
 
 /** Looks at alternatives with one state. */
@@ -48,19 +63,20 @@ public:
 	[[nodiscard]] Failing why_not(const CaseInfo &entry) const;
 
 private:
-	[[nodiscard]] Condition field(const SourceInfo &source, u64 wanted) const;
-	[[nodiscard]] Condition range(const RangeInfo &range) const;
+	/** Bits of the key, and the source whose labels stand for their codes. */
+	struct Field {
+		const SourceInfo *source;
+		source_desc bits;
+	};
+
+	[[nodiscard]] Condition field(const Field &field, u64 wanted) const;
+	[[nodiscard]] Condition range(const RangeInfo &range, const AlternativeInfo &of) const;
 	[[nodiscard]] bool holds(const RangeInfo &range) const;
-	[[nodiscard]] std::string number_text(const SourceInfo &source) const;
-	/** A redefined value that stands for the ranges from @at on, or null. */
-	[[nodiscard]] const LabelInfo *redefinition(const std::vector<RangeInfo> &ranges, size_t at,
-						    const SourceInfo **source) const;
-	[[nodiscard]] Condition redefined(const SourceInfo &source, const LabelInfo &label) const;
+	[[nodiscard]] bool holds(const LabelInfo &redefined) const;
 
 	const RuleCatalogue &catalogue_;
 	State state_;
-	std::vector<const SourceInfo *>
-		fields_; // enumerated sources and value sources, by first bit
+	std::vector<Field> fields_; // by first bit
 };
 
 /** "24 to 219", "640 or more", "5". */

@@ -39,6 +39,12 @@ void Console::warn(const std::string &where, const std::string &text)
 	++warnings_;
 }
 
+void Console::note(const std::string &where, const std::string &text)
+{
+	clear_progress();
+	fmt::print(stderr, "vexil: {}: note: {}\n", printable(where), printable(text));
+}
+
 void Console::progress(size_t done, size_t all, const std::string &what)
 {
 	constexpr size_t kWidest = 60; // characters of @what, so that the line never wraps

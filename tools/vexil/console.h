@@ -20,6 +20,8 @@ public:
 
 	/** "vexil: WHERE: warning: TEXT", or with another mark; both are escaped. */
 	void warn(const std::string &where, const std::string &text);
+	/** The same with "note: "; not counted: nothing is wrong with the documents as such. */
+	void note(const std::string &where, const std::string &text);
 	/** Warnings so far. */
 	[[nodiscard]] size_t warnings() const { return warnings_; }
 

@@ -5,6 +5,7 @@
 
 #include <stdexcept>
 #include <string>
+#include <string_view>
 
 namespace vexil_tool {
 
@@ -29,6 +30,17 @@ private:
 [[noreturn]] inline void refuse(const std::string &where, const std::string &cause)
 {
 	throw Failure(Exit::kRefused, where + ": " + cause);
+}
+
+/** A name of whatever length as messages quote it: its beginning, and "..." for the rest. */
+[[nodiscard]] inline std::string shortened(std::string_view name, size_t most = 64)
+{
+	if (name.size() <= most)
+		return std::string(name);
+	size_t end = most;
+	while (end > 0 && (name[end] & 0xC0) == 0x80) // not within a character
+		--end;
+	return std::string(name.substr(0, end)) + "...";
 }
 
 [[noreturn]] inline void refuse_usage(const std::string &cause)

@@ -14,6 +14,7 @@
 #include "errors.h"
 #include "json_input.h"
 #include "json_output.h"
+#include "names.h"
 #include "product.h"
 #include "session.h"
 #include "text.h"
@@ -22,7 +23,7 @@ namespace vexil_tool {
 
 namespace {
 
-constexpr size_t kMostEntries = 200000; // rules that lead to each other twice over grow as 2^n
+constexpr size_t kMostSteps = 1u << 21; // rules that lead to each other twice over grow as 2^n
 constexpr size_t kDeepestIndent = 24;
 constexpr size_t kMostWanted = 16; // values in a line of text
 
@@ -48,11 +49,23 @@ struct Entry {
 	bool repeated; // shown before
 };
 
-/** What people wrote about sources and rules beside their definitions. */
-std::map<std::string, std::string> read_descriptions(const std::string &product_path,
-						     Console &console)
+/** What a document says of a rule, and what tells that rule from others of its name. */
+struct Description {
+	std::string text;
+	vexil_version version;
+	size_t cases;
+
+	[[nodiscard]] bool is_of(const RuleInfo &rule) const
+	{
+		return cases == rule.cases.size() &&
+		       version_text(version) == version_text(rule.version);
+	}
+};
+using Descriptions = std::multimap<std::string, Description>; // by name in lower case
+
+Descriptions read_descriptions(const std::string &product_path, Console &console)
 {
-	std::map<std::string, std::string> texts;
+	Descriptions texts;
 	if (product_path.empty())
 		return texts;
 	const Product product = read_product(product_path, console);
@@ -60,26 +73,51 @@ std::map<std::string, std::string> read_descriptions(const std::string &product_
 		const Json document = read_json(path, Root::kObject, console);
 		const cJSON *groups = vexil::member(document.get(), "PqRuleGroups");
 		for (const cJSON *group : vexil::items(groups)) {
-			const cJSON *text = vexil::member(group, "0.Description");
-			if (group->string && text && text->valuestring)
-				texts.emplace(lowered(group->string), text->valuestring);
+			const char *text = vexil::text_of(vexil::member(group, "0.Description"));
+			if (!group->string || !text)
+				continue;
+			Description description{text, {}, 0};
+			if (const cJSON *version = vexil::member(group, "#version"))
+				__rm_get_version(const_cast<cJSON *>(version),
+						 &description.version);
+			for ([[maybe_unused]] const cJSON *entry :
+			     vexil::items(vexil::member(group, "rules")))
+				++description.cases;
+			texts.emplace(lowered(group->string), description);
 		}
 	}
 	return texts;
 }
 
+const std::string *description_of(const RuleInfo &rule, const Descriptions &descriptions)
+{
+	const auto [begin, end] = descriptions.equal_range(lowered(rule.name));
+	for (auto at = begin; at != end; ++at) {
+		if (at->second.is_of(rule))
+			return &at->second.text;
+	}
+	return nullptr;
+}
+
 class Explanation {
 public:
+	/** Of a state that was set. Ends with the rule at which evaluation ends. */
 	explicit Explanation(const Session &session)
 	    : session_(session), conditions_(session.rules(), session.state())
 	{
-		for (const u16 id : session.wanted())
-			walk(id);
-		if (settings_ != session.settings() || presets_ != session.presets())
-			throw Failure(
-				Exit::kRefused,
-				"internal disagreement: the explanation selects other settings "
-				"than the library");
+		for (const u16 id : session.wanted()) {
+			if (!stopped_)
+				walk(id);
+		}
+	}
+
+	/** The library has the last word about what is selected. */
+	void compare() const
+	{
+		if (stopped_ || settings_ != session_.settings() || presets_ != session_.presets())
+			throw Failure(Exit::kRefused,
+				      "internal disagreement: the explanation selects "
+				      "other settings than the library");
 	}
 
 	[[nodiscard]] const std::vector<Entry> &entries() const { return entries_; }
@@ -88,7 +126,7 @@ private:
 	struct Step {
 		const Answer *answer;
 		size_t outcome; // the next one to act on
-		size_t child;   // the next rule of it
+		bool repeated;  // it, and what it leads to, has been explained
 	};
 
 	const Answer &answer(u16 id)
@@ -98,8 +136,6 @@ private:
 		if (!is_new)
 			return answer;
 		answer.rule = session_.rules().rule(id);
-		if (!answer.rule)
-			throw Failure(Exit::kRefused, "internal disagreement: a rule is missing");
 		for (const CaseInfo &entry : answer.rule->cases) {
 			++answer.number;
 			const auto match = std::find_if(
@@ -117,14 +153,18 @@ private:
 
 	void enter(std::vector<Step> &path, u16 id)
 	{
-		if (entries_.size() == kMostEntries)
-			throw Failure(Exit::kRefused,
-				      fmt::format("the rules lead to each other more than {} times",
-						  grouped(kMostEntries)));
+		const bool circle = std::any_of(path.begin(), path.end(), [id](const Step &step) {
+			return step.answer->rule->id == id;
+		});
+		stopped_ = circle || ++steps_ > kMostSteps || !session_.rules().rule(id);
+		if (stopped_)
+			return;
 		const bool repeated = answers_.contains(id);
 		const Answer &found = answer(id);
-		entries_.push_back({&found, path.size(), repeated});
-		path.push_back({&found, 0, 0});
+		const bool below_repeated = !path.empty() && path.back().repeated;
+		if (!below_repeated)
+			entries_.push_back({&found, path.size(), repeated});
+		path.push_back({&found, 0, repeated});
 	}
 
 	/** Follows a rule as evaluation does, and collects what it selects. */
@@ -132,7 +172,7 @@ private:
 	{
 		std::vector<Step> path;
 		enter(path, id);
-		while (!path.empty()) {
+		while (!path.empty() && !stopped_) {
 			const CaseInfo *matched = path.back().answer->matched;
 			if (!matched || path.back().outcome == matched->outcomes.size()) {
 				path.pop_back();
@@ -154,6 +194,8 @@ private:
 	Conditions conditions_;
 	std::map<u16, Answer> answers_;
 	std::vector<Entry> entries_;
+	size_t steps_ = 0;
+	bool stopped_ = false; // at a circle, a rule that is not there, or too many
 	std::vector<u16> settings_;
 	std::vector<u16> presets_;
 };
@@ -176,22 +218,36 @@ std::vector<std::string> selected(const CaseInfo &entry, int tag, const Session 
 {
 	std::vector<std::string> labels;
 	for (const OutcomeInfo &outcome : entry.outcomes) {
-		for (const u16 id : outcome.ids) {
-			if (outcome.tag == tag)
-				labels.push_back(tag == EXTMEM_TAG_NODE_HOLDER
-							 ? session.rules().rule_name(id)
-							 : session.label(id));
-		}
+		if (outcome.tag != tag)
+			continue;
+		for (const u16 id : outcome.ids)
+			labels.push_back(tag == EXTMEM_TAG_NODE_HOLDER
+						 ? session.rules().rule_name(id)
+						 : session.label(id));
 	}
 	return labels;
+}
+
+/** What would have done, each text once. */
+std::vector<std::string> wanted_texts(const Failing &failing)
+{
+	std::vector<std::string> texts;
+	for (const std::vector<Condition> &all : failing.wanted) {
+		std::string text;
+		for (const Condition &condition : all)
+			text += (text.empty() ? "" : " and ") + wanted_text(condition);
+		texts.push_back(text);
+	}
+	return texts;
 }
 
 std::string failing_text(const Failing &failing)
 {
 	if (failing.wanted.empty())
 		return "has no alternative and never matches";
-	return fmt::format("fails: {} is {}, wanted {}", failing.source, failing.present,
-			   any_of(failing.wanted));
+	return fmt::format("fails: {} is {}, wanted {}", failing.source,
+			   present_text(failing.wanted.front().front()),
+			   any_of(wanted_texts(failing)));
 }
 
 std::string matching_text(const std::vector<Condition> &conditions)
@@ -199,13 +255,13 @@ std::string matching_text(const std::vector<Condition> &conditions)
 	if (conditions.empty())
 		return "matches: it has no conditions";
 	std::string text;
-	for (const Condition &condition : conditions)
-		text += fmt::format("{}{} is {}", text.empty() ? "matches: " : ", ",
-				    condition.source,
-				    condition.present == condition.wanted
-					    ? condition.present
-					    : fmt::format("{}, wanted {}", condition.present,
-							  condition.wanted));
+	for (const Condition &condition : conditions) {
+		text += fmt::format("{}{} is ", text.empty() ? "matches: " : ", ",
+				    condition.source);
+		text += condition.is_number ? fmt::format("{}, within {}", number_text(condition),
+							  wanted_text(condition))
+					    : condition.present_value;
+	}
 	return text;
 }
 
@@ -214,8 +270,7 @@ void print_line(size_t depth, const std::string &text)
 	fmt::print("{:{}}{}\n", "", 2 * std::min(depth, kDeepestIndent), printable(text));
 }
 
-void print_entry(const Entry &entry, const Session &session,
-		 const std::map<std::string, std::string> &descriptions)
+void print_entry(const Entry &entry, const Session &session, const Descriptions &descriptions)
 {
 	const Answer &answer = *entry.answer;
 	const size_t cases = answer.rule->cases.size();
@@ -224,9 +279,8 @@ void print_entry(const Entry &entry, const Session &session,
 			       : fmt::format("none of {}", counted(cases, "case"));
 	if (entry.repeated)
 		return print_line(entry.depth, head + ", as above");
-	const auto description = descriptions.find(lowered(answer.rule->name));
-	if (description != descriptions.end())
-		head += fmt::format("  ({})", description->second);
+	if (const std::string *text = description_of(*answer.rule, descriptions))
+		head += fmt::format("  ({})", *text);
 	print_line(entry.depth, head);
 	for (size_t i = 0; i < answer.failed.size(); ++i)
 		print_line(entry.depth + 1,
@@ -247,8 +301,29 @@ void print_entry(const Entry &entry, const Session &session,
 	}
 }
 
-OutputJson entry_json(const Entry &entry, const Session &session,
-		      const std::map<std::string, std::string> &descriptions)
+/** A value, a number or null; a number that is not set counts as 0. */
+void put_present(OutputJson &output, const Condition &condition)
+{
+	if (condition.is_number) {
+		output["present"] = condition.number;
+		output["set"] = condition.is_set;
+	} else {
+		output["present"] = condition.is_set ? OutputJson(condition.present_value)
+						     : OutputJson(nullptr);
+	}
+}
+
+OutputJson wanted_json(const Condition &condition)
+{
+	if (!condition.is_number)
+		return {{"value", condition.wanted_value}};
+	OutputJson output = {{"first", condition.first}, {"last", condition.last}};
+	if (!condition.wanted_names.empty())
+		output["names"] = condition.wanted_names;
+	return output;
+}
+
+OutputJson entry_json(const Entry &entry, const Session &session, const Descriptions &descriptions)
 {
 	const Answer &answer = *entry.answer;
 	OutputJson output = {
@@ -262,28 +337,40 @@ OutputJson entry_json(const Entry &entry, const Session &session,
 		output["repeated"] = true;
 		return output;
 	}
-	const auto description = descriptions.find(lowered(answer.rule->name));
-	if (description != descriptions.end())
-		output["description"] = description->second;
+	if (const std::string *text = description_of(*answer.rule, descriptions))
+		output["description"] = *text;
 	OutputJson failed = OutputJson::array();
 	for (size_t i = 0; i < answer.failed.size(); ++i) {
 		const Failing &failing = answer.failed[i];
 		OutputJson reason = {{"case", i + 1}};
-		if (!failing.wanted.empty()) {
+		if (!failing.wanted.empty())
 			reason["source"] = failing.source;
-			reason["present"] = failing.present;
+		OutputJson wanted = OutputJson::array();
+		for (const std::vector<Condition> &all : failing.wanted) {
+			for (const Condition &condition : all)
+				put_present(reason, condition);
+			if (all.size() == 1) {
+				wanted.push_back(wanted_json(all.front()));
+				continue;
+			}
+			OutputJson together = OutputJson::array();
+			for (const Condition &condition : all)
+				together.push_back(wanted_json(condition));
+			wanted.push_back({{"all", together}});
 		}
-		reason["wanted"] = failing.wanted;
+		reason["wanted"] = wanted;
 		failed.push_back(reason);
 	}
 	output["failed"] = failed;
 	if (!answer.matched)
 		return output;
 	OutputJson conditions = OutputJson::array();
-	for (const Condition &condition : answer.conditions)
-		conditions.push_back({{"source", condition.source},
-				      {"present", condition.present},
-				      {"wanted", condition.wanted}});
+	for (const Condition &condition : answer.conditions) {
+		OutputJson entry_of = {{"source", condition.source}};
+		put_present(entry_of, condition);
+		entry_of["wanted"] = wanted_json(condition);
+		conditions.push_back(entry_of);
+	}
 	output["conditions"] = conditions;
 	output["settings"] = selected(*answer.matched, EXTMEM_TAG_VALUE_HOLDER, session);
 	output["presets"] = selected(*answer.matched, EXTMEM_TAG_PRESET_HOLDER, session);
@@ -294,20 +381,22 @@ OutputJson entry_json(const Entry &entry, const Session &session,
 void run_explain(const Options &options)
 {
 	Console console;
-	const std::map<std::string, std::string> descriptions =
-		read_descriptions(options.product, console);
+	const Descriptions descriptions = read_descriptions(options.product, console);
 	Session session(options.state, {}, console);
-	session.evaluate();
+	session.set();
 	const Explanation explanation(session);
 	if (!options.json) {
 		for (const Entry &entry : explanation.entries())
 			print_entry(entry, session, descriptions);
-		return;
+		session.trigger();
+		return explanation.compare();
 	}
+	session.trigger();
+	explanation.compare();
 	OutputJson rules = OutputJson::array();
 	for (const Entry &entry : explanation.entries())
 		rules.push_back(entry_json(entry, session, descriptions));
-	print({{"image", options.state.map}, {"rules", rules}});
+	print({{"image", options.state.map}, {"ruleImage", options.state.rules}, {"rules", rules}});
 }
 
 } // namespace
@@ -324,8 +413,9 @@ void add_explain(CLI::App &app)
 	explain->add_flag("--json", options->json, "Print JSON");
 	explain->footer(R"(
 The first case of a rule whose conditions all hold decides. For the cases before it, the
-first source that fails is shown: its present value, and what was wanted of it. Rules that
-a case leads to stand indented below it.
+first source that fails is shown: its present value, and what was wanted of it. Sources with
+named values are compared first, in the order of their declaration, then numbers. Rules that
+a case leads to stand indented below it; a rule is explained once.
 
 Examples:
   vexil explain tv.pim tv.rule --rule DynContrast --set "HdrType:Hdr10;UserContrast:High"

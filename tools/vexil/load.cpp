@@ -33,7 +33,6 @@ struct Options {
 	std::string preset_table;
 	bool common = false;
 	NameSources names;
-	bool address_form = false;
 	bool json = false;
 };
 
@@ -86,14 +85,8 @@ public:
 private:
 	Map open()
 	{
-		std::vector<ST_PQ_REG_INFO> rows;
-		if (options_.address_form) {
-			rows = names_.table().rows();
-			if (rows.empty())
-				refuse(options_.names.product,
-				       "has no \"registerInfo\", which --address needs");
-		}
-		return open_map(read_image(options_.image, console_), std::move(rows), console_);
+		return open_map(read_image(options_.image, console_), names_.adopted_rows(),
+				console_);
 	}
 
 	u16 find_label(const std::string &label)
@@ -109,14 +102,16 @@ private:
 			    place.config->kind == ConfigKind::kPreset)
 				known.push_back(place.config->label);
 		}
-		std::string cause = "Cannot find preset: " + label;
+		std::string cause = "Cannot find preset: ";
 		if (options_.preset_table.empty()) {
 			map_.load_unknown(label);
 			const std::vector<std::string> log = log_.take();
 			if (!log.empty())
 				cause = message_of(log.front());
+			if (cause.ends_with(label))
+				cause.resize(cause.size() - label.size());
 		}
-		refuse(options_.image, cause + similar_hint(label, known));
+		refuse(options_.image, cause + shortened(label) + similar_hint(label, known));
 	}
 
 	std::vector<u16> find_wanted()
@@ -139,7 +134,7 @@ private:
 		if (wanted.empty())
 			refuse(options_.image,
 			       fmt::format("no preset belongs to table '{}'{}",
-					   options_.preset_table,
+					   shortened(options_.preset_table),
 					   similar_hint(options_.preset_table, tables)));
 		return wanted;
 	}
@@ -192,14 +187,7 @@ private:
 
 	void load_common(Outcome &outcome)
 	{
-		// The library delivers them in one go; whose they are is told by where they lie.
-		std::map<const char *, ConfigPlace> owners;
-		for (const ConfigPlace &place : catalogue_.configs()) {
-			for (const BlockInfo &block : place.config->blocks) {
-				if (place.config->kind == ConfigKind::kCommon)
-					owners.emplace(block.data.data(), place);
-			}
-		}
+		const auto owners = catalogue_.common_lists();
 		Load all = map_.load_common();
 		for (Delivered &block : all.blocks) {
 			Result result;
@@ -330,9 +318,6 @@ void run_load(const Options &options)
 	    options.preset_table.empty())
 		refuse_usage(
 			"a label, --id, --preset or --common is needed (see 'vexil load --help')");
-	if (options.address_form && options.names.product.empty() &&
-	    options.names.register_info.empty())
-		refuse_usage("--address needs --reginfo or --product (see 'vexil load --help')");
 	Console console;
 	Loading loading(options, console);
 	const Outcome outcome = loading.run();
@@ -367,8 +352,7 @@ void add_load(CLI::App &app)
 		->excludes(budget);
 	load->add_flag("--common", options->common, "The shared registers of every setting, first");
 	add_name_options(*load, options->names);
-	load->add_flag("--address", options->address_form,
-		       "Adopt the image with the register table: lists arrive in address form");
+	add_address_option(*load, options->names);
 	load->add_flag("--json", options->json, "Print JSON");
 	load->footer(R"(
 Blocks are shown in the order of delivery. Values are hexadecimal, then decimal. Lookup

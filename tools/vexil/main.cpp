@@ -2,6 +2,7 @@
 //
 // vexil: builds picture-quality maps from documents, and looks into them.
 
+#include <algorithm>
 #include <cstdio>
 #include <exception>
 #include <new>
@@ -48,6 +49,20 @@ std::string help_hint(const CLI::App &app)
 	return fmt::format(" (see '{} --help')", command);
 }
 
+/** @text with its longest words cut: arguments that a message repeats. */
+std::string with_short_words(const std::string &text)
+{
+	std::string result;
+	for (size_t begin = 0; begin < text.size();) {
+		const size_t end = std::min(text.find(' ', begin), text.size());
+		result += vexil_tool::shortened(text.substr(begin, end - begin));
+		if (end < text.size())
+			result += ' ';
+		begin = end + 1;
+	}
+	return result;
+}
+
 int run(int argc, char **argv)
 {
 	CLI::App app("Picture-quality register settings: JSON documents in, map images and "
@@ -77,8 +92,8 @@ int run(int argc, char **argv)
 				Exit::kUsage,
 				fmt::format("there is no {} '{}'{}",
 					    rest.front().starts_with('-') ? "option" : "command",
-					    rest.front(), help_hint(app)));
-		return fail(Exit::kUsage, error.what() + help_hint(app));
+					    vexil_tool::shortened(rest.front()), help_hint(app)));
+		return fail(Exit::kUsage, with_short_words(error.what()) + help_hint(app));
 	}
 	vexil_tool::finish_output();
 	return static_cast<int>(Exit::kDone);

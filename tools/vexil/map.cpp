@@ -3,6 +3,7 @@
 #include "map.h"
 
 #include <array>
+#include <cstring>
 #include <exception>
 #include <new>
 #include <utility>
@@ -96,12 +97,6 @@ bool receive_algorithm(int tag, const char *data, u32 length, const char *entry,
 		Collector::current->add(Delivered::Kind::kAlgorithm, tag, {data, length},
 					{entry, name_length});
 	return true;
-}
-
-/** The library reads documents only; its signatures are older than that promise. */
-cJSON *unlocked(const cJSON *document)
-{
-	return const_cast<cJSON *>(document);
 }
 
 } // namespace
@@ -238,6 +233,11 @@ size_t Map::nodes_used() const
 size_t Map::bytes_used() const
 {
 	return record_->builder.data_buffer.buf_used;
+}
+
+std::string Map::customer_text() const
+{
+	return {record_->cus_version, strnlen(record_->cus_version, sizeof record_->cus_version)};
 }
 
 void Map::print() const

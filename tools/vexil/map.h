@@ -84,6 +84,7 @@ public:
 	[[nodiscard]] size_t bytes_used() const;
 	[[nodiscard]] extmem_err_code store_error() const { return record_->builder.err_code; }
 	[[nodiscard]] vexil_version version() const { return record_->total_version; }
+	[[nodiscard]] std::string customer_text() const;
 	/** For walks over the tree. */
 	[[nodiscard]] pim *record() const { return record_; }
 	/** The tree through the library's log. */

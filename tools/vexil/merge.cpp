@@ -18,6 +18,7 @@
 #include "library_log.h"
 #include "output_file.h"
 #include "rule_catalogue.h"
+#include "session.h"
 #include "text.h"
 
 namespace vexil_tool {
@@ -78,18 +79,26 @@ void check_sources(const Options &options, const RuleCatalogue &base, const Rule
 		refuse_sources(fmt::format("keys of {} and {} bits", base.key_bits, sub.key_bits));
 }
 
-Rules merge_rules(const Options &options, const Map &map, Console &console)
+/** The rules for a merged map, from those of both maps that it was merged from. */
+Rules merge_rules(const Options &options, const Map &base_map, const Map &sub_map,
+		  const Map &merged_map, Console &console)
 {
 	const Rules base = open_rules(read_image(options.rules[0], console));
 	const Rules sub = open_rules(read_image(options.rules[1], console));
-	check_sources(options, RuleCatalogue(base), RuleCatalogue(sub));
+	const RuleCatalogue base_rules(base);
+	const RuleCatalogue sub_rules(sub);
+	check_fit(base, base_rules, options.rules[0], base_map, options.base, console);
+	check_fit(sub, sub_rules, options.rules[1], sub_map, options.sub, console);
+	check_sources(options, base_rules, sub_rules);
 	LibraryLog log;
 	extmem_err_code error = EXTMEM_SUCCESS;
-	std::optional<Rules> merged = Rules::merge(base, sub, map, &error);
+	std::optional<Rules> merged = Rules::merge(base, sub, merged_map, &error);
 	log.warn_all(console, options.rules[1]);
+	const std::string both = fmt::format("{} over {}", options.rules[1], options.rules[0]);
 	if (!merged)
-		refuse(fmt::format("{} over {}", options.rules[1], options.rules[0]),
-		       cause_of(error));
+		refuse(both, cause_of(error));
+	check_fit(*merged, RuleCatalogue(*merged), both, merged_map,
+		  fmt::format("{} over {}", options.sub, options.base), console);
 	return std::move(*merged);
 }
 
@@ -132,26 +141,28 @@ void run_merge(Options options)
 	std::vector<Output> outputs = {{options.output, merged->exported()}};
 	if (outputs[0].bytes.empty())
 		refuse(options.sub, "the merged map is too large for an image");
-	if (options.rules.empty() && !is_device(options.output))
+	if (options.rules.empty())
 		options.rules = rules_beside_both(options);
+	const bool beside_device = options.rules_output.empty() && is_device(options.output);
 	std::optional<Rules> rules;
 	if (!options.rules.empty()) {
 		const std::string path = options.rules_output.empty() ? rules_beside(options.output)
 								      : options.rules_output;
-		if (path == options.output)
-			refuse_usage(
-				fmt::format("{} would be both images; name one with --rules-out "
-					    "(see 'vexil merge --help')",
-					    path));
-		rules.emplace(merge_rules(options, *merged, console));
-		outputs.push_back({path, rules->exported()});
-		if (outputs[1].bytes.empty())
+		check_outputs(options.output, path, "merge");
+		rules.emplace(merge_rules(options, base, sub, *merged, console));
+		if (!beside_device)
+			outputs.push_back({path, rules->exported()});
+		if (outputs.back().bytes.empty())
 			refuse(options.rules[1], "the merged rules are too large for an image");
 	}
 	write_outputs(outputs);
 	print_figures(options.output, merged->nodes_used(), outputs[0].bytes.size());
-	if (rules)
+	if (outputs.size() > 1)
 		print_figures(outputs[1].path, rules->nodes_used(), outputs[1].bytes.size());
+	else if (rules)
+		say_rules_not_written(options.output);
+	else
+		warn_of_older_rules(options.output);
 }
 
 } // namespace
@@ -175,8 +186,11 @@ void add_merge(CLI::App &app)
 		->type_name("FILE");
 	merge->footer(R"(
 An IP or file of SUB replaces the whole IP or file of the same name; others are added.
-Versions and the customer text are those of BASE. Rules are merged as well when they are
-named, or stand beside both images with the suffix .rule; BASE keeps the rules it has.
+Versions and the customer text of the map are those of BASE. Rules are merged as well when
+they are named, or stand beside both images with the suffix .rule; each must have been
+built with its own map. The rules and sources of BASE win, and its rule list's version;
+version and customer text of the rule image are those of SUB. Both images are complete
+before either is replaced.
 
 Examples:
   vexil merge tv.pim customer.pim -o shop.pim

@@ -15,8 +15,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <fmt/format.h>
+
+#include "console.h"
 #include "errors.h"
 #include "handle.h"
+#include "text.h"
 
 namespace vexil_tool {
 
@@ -207,6 +211,29 @@ std::unique_ptr<Beside> prepare(const Output &output, char (&unfinished_path)[PA
 	return beside;
 }
 
+/** The path without links; a file that does not exist yet is where its folder is. */
+std::filesystem::path resolved(const std::filesystem::path &path)
+{
+	std::error_code error;
+	std::filesystem::path real = std::filesystem::canonical(path, error);
+	if (!error)
+		return real;
+	const std::filesystem::path folder = path.has_parent_path() ? path.parent_path() : ".";
+	real = std::filesystem::canonical(folder, error);
+	return (error ? folder : real) / path.filename();
+}
+
+/** Whether writing to one path would change what the other leads to. */
+bool same_file(const std::string &one, const std::string &other)
+{
+	struct stat first {};
+	struct stat second {};
+	if (stat(one.c_str(), &first) == 0 && stat(other.c_str(), &second) == 0 &&
+	    first.st_dev == second.st_dev && first.st_ino == second.st_ino)
+		return true;
+	return resolved(one) == resolved(other);
+}
+
 } // namespace
 
 bool is_device(const std::string &path)
@@ -219,6 +246,29 @@ bool is_device(const std::string &path)
 std::string rules_beside(const std::string &path)
 {
 	return std::filesystem::path(path).replace_extension(".rule").string();
+}
+
+void check_outputs(const std::string &map, const std::string &rules, const char *command)
+{
+	if (same_file(map, rules))
+		refuse_usage(fmt::format("{} would be both images; name one with --rules-out "
+					 "(see 'vexil {} --help')",
+					 map, command));
+}
+
+void say_rules_not_written(const std::string &map)
+{
+	fmt::print("the rules are not written: {} is no regular file (--rules-out FILE)\n",
+		   printable(map));
+}
+
+void warn_of_older_rules(const std::string &map)
+{
+	const std::string rules = rules_beside(map);
+	std::error_code ignored;
+	if (!is_device(map) && std::filesystem::is_regular_file(rules, ignored) &&
+	    !same_file(map, rules))
+		Console().warn(map, rules + " beside it is older and was not written");
 }
 
 void write_outputs(const std::vector<Output> &outputs)

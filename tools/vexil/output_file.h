@@ -17,9 +17,11 @@ inline constexpr size_t kMostOutputs = 2;
 
 /**
  * Puts the bytes of each output into its path: all are written to files beside them and synced,
- * then renamed over them. Whatever fails before, and when the command is interrupted, the files
- * beside them are removed and older ones stay as they were. A link is followed; a device or pipe is
- * written to directly.
+ * then renamed over them, one after another. Whatever fails before the first takes its place, and
+ * when the command is interrupted, the files beside them are removed and older ones stay as they
+ * were. Should the second rename fail, or the command end between both, the first stays: whole, and
+ * without the other. A link is followed; a device or pipe is written to directly, before the first
+ * rename. The paths must lead to different files.
  */
 void write_outputs(const std::vector<Output> &outputs);
 
@@ -28,5 +30,20 @@ void write_outputs(const std::vector<Output> &outputs);
 
 /** The rule image that belongs to a PIM image: its path with the suffix .rule. */
 [[nodiscard]] std::string rules_beside(const std::string &path);
+
+/**
+ * A usage error when both images would be written to one file, by whatever names and links.
+ * @command: as it was called, for the hint
+ */
+void check_outputs(const std::string &map, const std::string &rules, const char *command);
+
+/** Says that there are rules, but no file for them, because the map goes to a device. */
+void say_rules_not_written(const std::string &map);
+
+/**
+ * Warns about a rule image beside a map that was just written without rules: it is of an earlier
+ * map, and would be taken for this one's.
+ */
+void warn_of_older_rules(const std::string &map);
 
 } // namespace vexil_tool

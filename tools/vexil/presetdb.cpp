@@ -78,6 +78,30 @@ std::vector<Expected> expected_complaints(const cJSON *document)
 	return expected;
 }
 
+/** The library reads 0 where there is no number, and says nothing. */
+void warn_of_zeros(Console &console, const Options &options, const cJSON *document)
+{
+	const cJSON *preset = vexil::member(document, "Preset_PQ_Value");
+	for (const Group &group : vexil::presetdb::kGroups) {
+		const auto check = [&](const char *key) {
+			const cJSON *item = vexil::member(vexil::member(preset, group.key), key);
+			if (item && !vexil::is_number(item))
+				console.warn(
+					options.document,
+					fmt::format("PresetDB member {}.{} is {}, and counts as 0",
+						    group.key, key,
+						    vexil::is_string(item) ? "a text"
+									   : "not a number"));
+		};
+		for (const Member &member : group.members) {
+			if (member.kind == Member::kInteger)
+				check(member.key);
+		}
+		if (group.gain_key)
+			check(group.gain_key);
+	}
+}
+
 /** The library's lines, each with what it is about. */
 void report(Console &console, const Options &options, const cJSON *document,
 	    const std::vector<std::string> &log)
@@ -189,6 +213,7 @@ void run_presetdb(const Options &options)
 		refuse(options.document, fmt::format("there is no \"Preset_PQ_Value\" in it: {}",
 						     joined(log.take())));
 	report(console, options, document.get(), log.take());
+	warn_of_zeros(console, options, document.get());
 	const OutputJson record = record_json(info);
 	if (options.json)
 		print({{"file", options.document}, {"preset", record}});
@@ -206,8 +231,11 @@ void add_presetdb(CLI::App &app)
 	command->add_option("FILE", options->document, "Preset document")->required();
 	command->add_flag("--json", options->json, "Print JSON");
 	command->footer(R"(
-Members that are missing or of another kind keep their defaults; each is reported with the
-function and number of the library's log. Words that are none of those known become auto.
+Members that are missing keep their defaults, and so do words and switches that are no
+texts; each is reported with the function and number of the library's log. Words that are
+none of those known become auto, switches are on for texts that begin with ON. Integers
+may be hexadecimal texts, as "0x400"; whatever else is no number counts as 0, and is
+reported as well.
 
 Example:
   vexil presetdb examples/tv/presetdb.json)");

@@ -2,8 +2,11 @@
 
 #include "register_names.h"
 
+#include <fmt/format.h>
+
 #include <vexil/tags.h>
 
+#include "errors.h"
 #include "json_input.h"
 #include "product.h"
 
@@ -11,6 +14,7 @@ namespace vexil_tool {
 
 void add_name_options(CLI::App &command, NameSources &names)
 {
+	names.command = command.get_name();
 	command.add_option("--product", names.product, "Manifest or folder: names for numbers")
 		->type_name("PRODUCT");
 	command.add_option("--hw", names.hardware, "Hardware register lists: names")
@@ -22,6 +26,12 @@ void add_name_options(CLI::App &command, NameSources &names)
 	command.add_option("--reginfo", names.register_info,
 			   "Register table: where positions live; otherwise that of the product")
 		->type_name("FILE");
+}
+
+void add_address_option(CLI::App &command, NameSources &names)
+{
+	command.add_flag("--address", names.address_form,
+			 "Adopt the image with the register table: lists arrive in address form");
 }
 
 Form form_of(int tag)
@@ -41,7 +51,12 @@ Form form_of(int tag)
 }
 
 RegisterNames::RegisterNames(const NameSources &sources, Console &console)
+    : address_form_(sources.address_form)
 {
+	if (address_form_ && sources.product.empty() && sources.register_info.empty())
+		refuse_usage(fmt::format(
+			"--address needs --reginfo or --product (see 'vexil {} --help')",
+			sources.command));
 	Product product;
 	if (!sources.product.empty())
 		product = read_product(sources.product, console);
@@ -58,6 +73,13 @@ RegisterNames::RegisterNames(const NameSources &sources, Console &console)
 		sources.register_info.empty() ? product.register_info : sources.register_info;
 	if (!table.empty())
 		table_ = RegisterTable::read(table, console);
+	else if (address_form_)
+		refuse(sources.product, "has no \"registerInfo\", which --address needs");
+}
+
+std::vector<ST_PQ_REG_INFO> RegisterNames::adopted_rows() const
+{
+	return address_form_ ? table_.rows() : std::vector<ST_PQ_REG_INFO>{};
 }
 
 std::string RegisterNames::name(Form form, u32 number) const

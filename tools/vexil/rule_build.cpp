@@ -11,6 +11,7 @@
 #include "core/json.h"
 #include "errors.h"
 #include "extmem/children.h"
+#include "library.h"
 #include "numbers.h"
 #include "text.h"
 
@@ -25,20 +26,9 @@ constexpr u64 kMostAlternatives = 32767;
 constexpr size_t kMostMembers = 128;
 constexpr size_t kMostConditions = 32; // on value sources, and again on redefined ones
 
-bool supported(const vexil_version &version)
-{
-	return version.u16MajorNumber == 2 && version.u16MinorNumber <= 2;
-}
-
 std::string name_of(const cJSON *item)
 {
 	return item->string ? item->string : "";
-}
-
-/** Texts that begin with "0x" are numbers in documents and texts all the same. */
-const char *text_in(const cJSON *item)
-{
-	return item ? item->valuestring : nullptr;
 }
 
 /** @group alone in a document of its own. The wrapper borrows it. */
@@ -75,10 +65,16 @@ bool names(std::string_view message, std::string_view begin, std::string *name)
 	return true;
 }
 
+std::string not_there(const cJSON *item, const char *key)
+{
+	return item ? fmt::format("\"{}\" is not an object", key)
+		    : fmt::format("there is no \"{}\" in it", key);
+}
+
 bool has_text(const cJSON *list, const std::string &text)
 {
 	for (const cJSON *item : vexil::items(list)) {
-		if (text_in(item) && text == text_in(item))
+		if (vexil::text_of(item) && text == vexil::text_of(item))
 			return true;
 	}
 	return false;
@@ -87,7 +83,7 @@ bool has_text(const cJSON *list, const std::string &text)
 bool has_foreign_item(const cJSON *list)
 {
 	for (const cJSON *item : vexil::items(list)) {
-		if (!text_in(item))
+		if (!vexil::text_of(item))
 			return true;
 	}
 	return false;
@@ -100,10 +96,10 @@ bool asks_for(const cJSON *comparator, const std::string &label)
 		const std::string name = name_of(member);
 		if (label == name)
 			return true;
-		if (text_in(member) && label == name + ":" + text_in(member))
+		if (vexil::text_of(member) && label == name + ":" + vexil::text_of(member))
 			return true;
 		for (const cJSON *item : vexil::items(member)) {
-			if (text_in(item) && label == name + ":" + text_in(item))
+			if (vexil::text_of(item) && label == name + ":" + vexil::text_of(item))
 				return true;
 		}
 	}
@@ -159,10 +155,14 @@ bool read_interval(const std::string &text, u64 *first, u64 *last)
 	    !read_number(kept.substr(1, comma - 1), first) ||
 	    !read_number(kept.substr(comma + 1, kept.size() - comma - 2), last))
 		return false;
-	if (kept.front() == '(')
-		++*first;
-	if (kept.back() == ')' && *last > 0)
-		--*last;
+	// A bound that cannot move leaves nothing, whatever the library makes of it.
+	if ((kept.front() == '(' && *first == ~u64{0}) || (kept.back() == ')' && *last == 0)) {
+		*first = 1;
+		*last = 0;
+		return true;
+	}
+	*first += kept.front() == '(';
+	*last -= kept.back() == ')';
 	return true;
 }
 
@@ -198,37 +198,46 @@ void RuleBuild::check_name(const std::string &what, const std::string &name,
 			      fmt::format("{} \"{}...\" has {} characters; what is longer than "
 					  "{} cannot be asked for",
 					  what, name.substr(0, 24), name.size(), kLongestToken));
+	else if (name.find(' ') != std::string::npos)
+		console_.warn(path, fmt::format("{} \"{}\": blanks are dropped from what is asked "
+						"for, so it cannot be found",
+						what, name));
 }
 
 void RuleBuild::check_range(const std::string &what, const cJSON *text, const std::string &path)
 {
 	u64 first = 0;
 	u64 last = 0;
-	if (!text_in(text))
+	if (!vexil::text_of(text))
 		console_.warn(path, fmt::format("{}: a range like \"[0, 9]\" is expected", what));
-	else if (!read_interval(text_in(text), &first, &last))
+	else if (!read_interval(vexil::text_of(text), &first, &last))
 		console_.warn(path, fmt::format("{}: \"{}\" is no range like \"[0, 9]\" or \"(3, "
 						"0x10)\"",
-						what, text_in(text)));
+						what, vexil::text_of(text)));
 	else if (first > last)
-		console_.warn(path, fmt::format("{}: no number is in \"{}\"", what, text_in(text)));
+		console_.warn(path, fmt::format("{}: no number is in \"{}\"", what,
+						vexil::text_of(text)));
 }
 
 void RuleBuild::check_define(const std::string &where, const cJSON *define, const cJSON *content,
 			     const std::string &path)
 {
 	for (const cJSON *item : vexil::items(content)) {
-		if (text_in(item) && !vexil::member(define, text_in(item)))
+		if (vexil::text_of(item) && !vexil::member(define, vexil::text_of(item)))
 			console_.warn(path,
 				      fmt::format("{}: \"{}\" is not in its \"define\"; left out",
-						  where, text_in(item)));
+						  where, vexil::text_of(item)));
 	}
 	for (const cJSON *value : vexil::items(define)) {
+		const std::string name = name_of(value);
+		if (has_text(content, name) && (!vexil::is_object(value) || !value->child))
+			console_.warn(path, fmt::format("{}: \"{}\" is defined by no range", where,
+							name));
 		if (!vexil::is_object(value))
 			continue; // descriptions
-		const std::string name = name_of(value);
 		const auto same = [&](const cJSON *item) {
-			return text_in(item) && lowered(text_in(item)) == lowered(name);
+			return vexil::text_of(item) &&
+			       lowered(vexil::text_of(item)) == lowered(name);
 		};
 		bool listed = false;
 		for (const cJSON *item : vexil::items(content))
@@ -251,10 +260,15 @@ void RuleBuild::check_labels(const std::string &where, const cJSON *source, cons
 	size_t position = 0;
 	for (const cJSON *item : vexil::items(content)) {
 		++position;
-		const char *value = text_in(item);
+		const char *value = vexil::text_of(item);
 		if (!value) {
-			console_.warn(path,
-				      fmt::format("{}: value {} is not a text", where, position));
+			const bool is_hex = vexil::is_number(item) && item->valuestring;
+			console_.warn(
+				path,
+				is_hex ? fmt::format("{}: \"{}\" is a number and no name; left out",
+						     where, item->valuestring)
+				       : fmt::format("{}: value {} is not a text", where,
+						     position));
 			continue;
 		}
 		if (define && !vexil::member(define, value))
@@ -275,8 +289,19 @@ void RuleBuild::check_source(const cJSON *source, const std::string &path)
 			console_.warn(path, fmt::format("{} has no \"content\"; left out", where));
 		return;
 	}
+	const auto [known, is_new] = sources_.emplace(lowered(name), path);
+	if (!is_new)
+		console_.warn(path,
+			      fmt::format("{} is declared already in {}; values of its parts do "
+					  "not exclude each other",
+					  where, known->second));
 	if (!vexil::is_array(content)) {
 		check_name("source", name, path);
+		if (name.find(':') != std::string::npos)
+			console_.warn(path,
+				      fmt::format("{}: what is set is cut at its first ':', so "
+						  "it cannot be set",
+						  where));
 		source_labels_.push_back(name);
 		return;
 	}
@@ -287,12 +312,20 @@ void RuleBuild::check_source(const cJSON *source, const std::string &path)
 		check_define(where, define, content, path);
 }
 
+bool RuleBuild::is_declared_twice(const std::string &label) const
+{
+	return std::count_if(source_labels_.begin(), source_labels_.end(),
+			     [key = lowered(label)](const std::string &other) {
+				     return lowered(other) == key;
+			     }) > 1;
+}
+
 void RuleBuild::sources(const cJSON *document, const std::string &path)
 {
 	last_path_ = path;
 	const cJSON *list = vexil::member(document, kSourcesKey);
-	if (!list)
-		return console_.warn(path, fmt::format("there is no \"{}\" in it", kSourcesKey));
+	if (!vexil::is_object(list))
+		return console_.warn(path, not_there(list, kSourcesKey));
 	for (const cJSON *source : vexil::items(list))
 		check_source(source, path);
 	const bool inserted = rules_.insert_sources(document);
@@ -304,16 +337,20 @@ void RuleBuild::sources(const cJSON *document, const std::string &path)
 		if (line.find("vexil lib fail") != std::string::npos)
 			cause = "the sources need more than 65,536 key bits, or one has more than "
 				"65,535 values";
-		else if (names(message, "duplicated timing ", &label))
-			console_.warn(path, fmt::format("source label \"{}\" is declared already",
-							label));
-		else if (!is_name_complaint(line))
+		else if (names(message, "duplicated timing ", &label)) {
+			// Values that are no texts make the library see the label before them
+			// again.
+			if (is_declared_twice(label))
+				console_.warn(path,
+					      fmt::format("source label \"{}\" is declared already",
+							  label));
+		} else if (!is_name_complaint(line))
 			console_.warn(path, message);
 	}
 	if (inserted)
 		return;
 	const cJSON *version = vexil::member(list, "#version");
-	if (version && !supported(rules_.list_version()))
+	if (version && !is_supported(rules_.list_version()))
 		cause = fmt::format("#version {}.{} is not supported (2.0 to 2.2)",
 				    rules_.list_version().u16MajorNumber,
 				    rules_.list_version().u16MinorNumber);
@@ -324,6 +361,8 @@ void RuleBuild::sources(const cJSON *document, const std::string &path)
 
 void RuleBuild::check_case(const std::string &where, const cJSON *entry, const std::string &path)
 {
+	if (!vexil::is_object(entry))
+		console_.warn(path, fmt::format("{} is not an object", where));
 	const cJSON *comparator = vexil::member(entry, "comparator");
 	u64 alternatives = 1;
 	for (const cJSON *member : vexil::items(comparator)) {
@@ -384,10 +423,13 @@ std::string RuleBuild::excess_of(const cJSON *comparator) const
 		const std::string name = name_of(member);
 		++members;
 		numbers += is_value_source(name);
-		size_t most = text_in(member) ? ranges_behind(name + ":" + text_in(member)) : 0;
+		size_t most = vexil::text_of(member)
+				      ? ranges_behind(name + ":" + vexil::text_of(member))
+				      : 0;
 		for (const cJSON *item : vexil::items(member)) {
-			if (text_in(item))
-				most = std::max(most, ranges_behind(name + ":" + text_in(item)));
+			if (vexil::text_of(item))
+				most = std::max(most,
+						ranges_behind(name + ":" + vexil::text_of(item)));
 		}
 		ranges += most;
 	}
@@ -414,7 +456,7 @@ bool RuleBuild::check_group(const cJSON *group, const std::string &path)
 	if (const cJSON *own = vexil::member(group, "#version")) {
 		vexil_version version{};
 		__rm_get_version(const_cast<cJSON *>(own), &version);
-		if (!supported(version)) {
+		if (!is_supported(version)) {
 			console_.warn(path,
 				      fmt::format("{}: #version {}.{} is not supported (2.0 to "
 						  "2.2); left out",
@@ -478,9 +520,11 @@ void RuleBuild::insert_group(const cJSON *group, const std::string &path)
 		}
 		std::string name;
 		if (names(message, "Cannot find source: ", &name)) {
-			message += label_hint(name, source_labels_);
+			if (console_.warnings() < kMostHints)
+				message += label_hint(name, source_labels_);
 		} else if (names(message, "Cannot find label: ", &name)) {
-			message += similar_hint(name, labels_);
+			if (console_.warnings() < kMostHints)
+				message += similar_hint(name, labels_);
 			label_missing = true;
 		} else if (message.starts_with("allocated setting")) {
 			message = "a setting is not a text";
@@ -511,8 +555,8 @@ void RuleBuild::rules(const cJSON *document, const std::string &path)
 {
 	last_path_ = path;
 	const cJSON *groups = vexil::member(document, kRulesKey);
-	if (!groups)
-		return console_.warn(path, fmt::format("there is no \"{}\" in it", kRulesKey));
+	if (!vexil::is_object(groups))
+		return console_.warn(path, not_there(groups, kRulesKey));
 	for (const cJSON *group : vexil::items(groups)) {
 		if (check_group(group, path))
 			insert_group(group, path);
@@ -610,6 +654,20 @@ void RuleBuild::report_dropped(const RuleCatalogue &catalogue)
 	}
 }
 
+/** Conditions may keep rules from leading in a circle, so it is no fault yet. */
+void RuleBuild::report_circles(const RuleCatalogue &catalogue)
+{
+	std::vector<u16> all;
+	for (const RuleInfo &rule : catalogue.rules)
+		all.push_back(rule.id);
+	for (const std::vector<u16> &circle : catalogue.circles(all))
+		console_.note(
+			path_of(*catalogue.rule(circle.front())),
+			fmt::format("rules lead in a circle: {}; where their conditions allow it, "
+				    "they cannot be evaluated",
+				    catalogue.path_text(circle)));
+}
+
 void RuleBuild::finish()
 {
 	const bool finished = rules_.finish();
@@ -620,6 +678,7 @@ void RuleBuild::finish()
 	const RuleCatalogue catalogue(rules_);
 	report_pending(catalogue);
 	report_dropped(catalogue);
+	report_circles(catalogue);
 }
 
 std::vector<char> RuleBuild::image()

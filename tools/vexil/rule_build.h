@@ -44,6 +44,7 @@ private:
 	void check_define(const std::string &where, const cJSON *define, const cJSON *content,
 			  const std::string &path);
 	void check_name(const std::string &what, const std::string &name, const std::string &path);
+	[[nodiscard]] bool is_declared_twice(const std::string &label) const;
 	void check_range(const std::string &what, const cJSON *text, const std::string &path);
 	/** False when the library passes over the group. */
 	bool check_group(const cJSON *group, const std::string &path);
@@ -57,6 +58,7 @@ private:
 	/** The document of a rule of the image. */
 	[[nodiscard]] const std::string &path_of(const RuleInfo &rule) const;
 	void report_pending(const RuleCatalogue &catalogue);
+	void report_circles(const RuleCatalogue &catalogue);
 	void report_dropped(const RuleCatalogue &catalogue);
 	void check_room(const std::string &path) const;
 
@@ -66,6 +68,7 @@ private:
 	std::vector<std::string> labels_;
 	Rules rules_;
 	std::vector<std::string> source_labels_;        // declared so far
+	std::map<std::string, std::string> sources_;    // documents by source name in lower case
 	std::map<std::string, Definition> definitions_; // by rule name in lower case
 	std::string last_path_;
 };

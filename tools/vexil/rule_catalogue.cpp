@@ -3,6 +3,7 @@
 #include "rule_catalogue.h"
 
 #include <algorithm>
+#include <set>
 
 #include <fmt/format.h>
 
@@ -243,16 +244,6 @@ const SourceInfo *RuleCatalogue::source_of_slot(u64 slot) const
 	return found == sources_by_slot_.end() ? nullptr : &sources[found->second];
 }
 
-std::vector<std::string> RuleCatalogue::label_texts() const
-{
-	std::vector<std::string> texts;
-	for (const SourceInfo &source : sources) {
-		for (const LabelInfo &label : source.labels)
-			texts.push_back(label.text);
-	}
-	return texts;
-}
-
 std::vector<std::string> RuleCatalogue::rule_names() const
 {
 	std::vector<std::string> names;
@@ -261,6 +252,75 @@ std::vector<std::string> RuleCatalogue::rule_names() const
 			names.push_back(rule.name);
 	}
 	return names;
+}
+
+std::vector<std::vector<u16>> RuleCatalogue::circles(const std::vector<u16> &from) const
+{
+	struct Step {
+		u16 rule;
+		std::vector<u16> children;
+		size_t next;
+	};
+	enum class Seen { kOnPath, kDone };
+	std::map<u16, Seen> seen;
+	std::vector<Step> path;
+	std::vector<std::vector<u16>> found;
+	const auto enter = [&](u16 id) {
+		const RuleInfo *info = rule(id);
+		if (info && seen.emplace(id, Seen::kOnPath).second)
+			path.push_back({id, info->children(), 0});
+	};
+	for (const u16 start : from) {
+		enter(start);
+		while (!path.empty()) {
+			Step &step = path.back();
+			if (step.next == step.children.size()) {
+				seen[step.rule] = Seen::kDone;
+				path.pop_back();
+				continue;
+			}
+			const u16 child = step.children[step.next++];
+			const auto known = seen.find(child);
+			if (known == seen.end()) {
+				enter(child);
+			} else if (known->second == Seen::kOnPath) {
+				auto at = std::find_if(
+					path.begin(), path.end(),
+					[&](const Step &one) { return one.rule == child; });
+				std::vector<u16> circle;
+				for (; at != path.end(); ++at)
+					circle.push_back(at->rule);
+				circle.push_back(child);
+				found.push_back(circle);
+			}
+		}
+	}
+	return found;
+}
+
+bool RuleCatalogue::leads_nowhere(u16 from) const
+{
+	std::vector<u16> waiting{from};
+	std::set<u16> seen{from};
+	while (!waiting.empty()) {
+		const RuleInfo *info = rule(waiting.back());
+		if (!info)
+			return true;
+		waiting.pop_back();
+		for (const u16 child : info->children()) {
+			if (seen.insert(child).second)
+				waiting.push_back(child);
+		}
+	}
+	return false;
+}
+
+std::string RuleCatalogue::path_text(const std::vector<u16> &path) const
+{
+	std::string text;
+	for (const u16 id : path)
+		text += (text.empty() ? "" : " -> ") + rule_name(id);
+	return text;
 }
 
 } // namespace vexil_tool

@@ -97,8 +97,17 @@ public:
 	[[nodiscard]] std::string rule_name(u16 id) const;
 	/** The source with this value slot, or null. */
 	[[nodiscard]] const SourceInfo *source_of_slot(u64 slot) const;
-	[[nodiscard]] std::vector<std::string> label_texts() const;
 	[[nodiscard]] std::vector<std::string> rule_names() const;
+	/**
+	 * Circles in which rules lead to each other, whatever the conditions are: at least one
+	 * where there is any. Each ends with the rule that it begins with.
+	 * @from: rules from which they can be reached
+	 */
+	[[nodiscard]] std::vector<std::vector<u16>> circles(const std::vector<u16> &from) const;
+	/** Whether a rule, or one that can be reached from it, leads to none. */
+	[[nodiscard]] bool leads_nowhere(u16 from) const;
+	/** "A -> B -> A". */
+	[[nodiscard]] std::string path_text(const std::vector<u16> &path) const;
 
 private:
 	std::map<u16, size_t> rules_by_id_;

@@ -2,6 +2,7 @@
 
 #include "rules.h"
 
+#include <cstring>
 #include <new>
 #include <utility>
 
@@ -10,12 +11,6 @@
 namespace vexil_tool {
 
 namespace {
-
-/** The library reads documents only; its signatures are older than that promise. */
-cJSON *unlocked(const cJSON *document)
-{
-	return const_cast<cJSON *>(document);
-}
 
 std::vector<PendingName> names_in(const unres_item_list &list)
 {
@@ -120,6 +115,21 @@ u16 Rules::rule_id(const std::string &name) const
 size_t Rules::nodes_used() const
 {
 	return record_->builder.node_buffer.buf_used / sizeof(extmem_node);
+}
+
+std::string Rules::map_customer_text() const
+{
+	return {record_->cus_version, strnlen(record_->cus_version, sizeof record_->cus_version)};
+}
+
+bool Rules::are_merged() const
+{
+	size_t counts = 0;
+	for (size_t id = 0; id < nodes_used(); ++id) {
+		const node_d node = extmem_create_node_d(&record_->builder, static_cast<u16>(id));
+		counts += extmem_fetch_tag(node) == EXTMEM_TAG_RULE_USEDBITS;
+	}
+	return counts > 1;
 }
 
 void Rules::print() const

@@ -54,6 +54,14 @@ public:
 	[[nodiscard]] size_t nodes_used() const;
 	[[nodiscard]] extmem_err_code store_error() const { return record_->builder.err_code; }
 	[[nodiscard]] vexil_version list_version() const { return record_->rl_json_version; }
+	/** Version and customer text of the map that the rules were built for. */
+	[[nodiscard]] vexil_version map_version() const { return record_->total_version; }
+	[[nodiscard]] std::string map_customer_text() const;
+	/**
+	 * Whether these are the rules of two images. They carry the sub's version, their map the
+	 * base's. Merging keeps what the sub's root led to, so its counts are there as well.
+	 */
+	[[nodiscard]] bool are_merged() const;
 	/** For walks over the tree. */
 	[[nodiscard]] rm *record() const { return record_; }
 	/** The tree through the library's log. */

@@ -30,7 +30,7 @@ struct Options {
 	StateOptions state;
 	NameSources names;
 	u32 budget = VEXIL_LOAD_UNLIMITED;
-	bool address_form = false;
+	bool common = false;
 	bool brief = false;
 	bool json = false;
 };
@@ -53,7 +53,7 @@ class Run {
 public:
 	Run(const Options &options, Console &console)
 	    : options_(options), console_(console), names_(options.names, console),
-	      session_(options.state, rows(), console), registers_(names_)
+	      session_(options.state, names_.adopted_rows(), console), registers_(names_)
 	{
 		for (const ConfigPlace &place : session_.content().configs())
 			by_id_.emplace(place.config->id, place);
@@ -61,11 +61,15 @@ public:
 
 	void run()
 	{
-		session_.evaluate();
+		session_.set();
+		session_.trigger();
 		settings_ = select(session_.settings());
 		presets_ = select(session_.presets());
 		receive_tables();
 		remaining_ = options_.budget;
+		// Once, before any setting: what a setting writes besides comes on top.
+		if (options_.common)
+			load_common();
 		for (Selected &entry : settings_)
 			load(entry);
 		for (Selected &entry : presets_)
@@ -81,17 +85,6 @@ public:
 	[[nodiscard]] const std::vector<std::string> &trouble() const { return trouble_; }
 
 private:
-	std::vector<ST_PQ_REG_INFO> rows()
-	{
-		if (!options_.address_form)
-			return {};
-		std::vector<ST_PQ_REG_INFO> table = names_.table().rows();
-		if (table.empty())
-			refuse(options_.names.product,
-			       "has no \"registerInfo\", which --address needs");
-		return table;
-	}
-
 	std::vector<Selected> select(const std::vector<u16> &ids) const
 	{
 		std::vector<Selected> entries;
@@ -132,6 +125,20 @@ private:
 		session_.map().receive_tables(labels);
 	}
 
+	void load_common()
+	{
+		const auto owners = session_.content().common_lists();
+		const Load load = session_.map().load_common();
+		for (const std::string &line : session_.take_log())
+			trouble_.emplace_back(message_of(line));
+		endless_ = load.endless;
+		for (const Delivered &block : load.blocks) {
+			const auto owner = owners.find(block.data.data());
+			registers_.write(block,
+					 owner == owners.end() ? "" : owner->second.config->label);
+		}
+	}
+
 	void load(Selected &entry)
 	{
 		if (cut_ || !trouble_.empty() || endless_)
@@ -167,17 +174,21 @@ private:
 		const auto left = static_cast<s32>(remaining_);
 		if (!cut_)
 			return fmt::format("budget: {} left", counted(remaining_, "pair"));
-		return fmt::format(
-			"stopped: budget; '{}' was cut: its next block needs {} more; {} "
-			"not loaded",
-			printable(cut_->label), counted(static_cast<u64>(-s64{left}), "pair"),
-			counted(not_loaded(), "selection behind it was",
-				"selections behind it were"));
+		std::string text = fmt::format(
+			"stopped: budget; '{}' was cut: its next block needs {} more",
+			printable(cut_->label), counted(static_cast<u64>(-s64{left}), "pair"));
+		if (const size_t behind = not_loaded())
+			text += fmt::format("; {} not loaded",
+					    counted(behind, "selection behind it was",
+						    "selections behind it were"));
+		return text;
 	}
 
-	/** Settings whose shared registers come by a label of their own. */
-	[[nodiscard]] size_t with_shared() const
+	/** Settings whose shared registers, which come by a label of their own, were not loaded. */
+	[[nodiscard]] size_t without_shared() const
 	{
+		if (options_.common)
+			return 0;
 		std::set<const SettingInfo *> settings;
 		for (const Selected &entry : settings_) {
 			if (!entry.place.config || entry.place.config->kind == ConfigKind::kCommon)
@@ -306,9 +317,9 @@ void Run::print_text() const
 	print_files();
 	if (options_.budget != VEXIL_LOAD_UNLIMITED)
 		fmt::print("{}\n", budget_text());
-	if (const size_t shared = with_shared())
-		fmt::print("{} registers with other members besides; 'vexil load --common' shows "
-			   "those.\n",
+	if (const size_t shared = without_shared())
+		fmt::print("{} registers with other members besides; --common loads those, "
+			   "too.\n",
 			   counted(shared, "of these settings shares", "of these settings share"));
 }
 
@@ -354,6 +365,7 @@ OutputJson Run::json() const
 		files.push_back(entry);
 	}
 	output["files"] = files;
+	output["settingsWithoutShared"] = without_shared();
 	if (options_.budget != VEXIL_LOAD_UNLIMITED) {
 		output["budget"] = {{"given", options_.budget},
 				    {"remaining", static_cast<s32>(remaining_)},
@@ -368,9 +380,6 @@ OutputJson Run::json() const
 
 void run_run(const Options &options)
 {
-	if (options.address_form && options.names.product.empty() &&
-	    options.names.register_info.empty())
-		refuse_usage("--address needs --reginfo or --product (see 'vexil run --help')");
 	Console console;
 	Run run(options, console);
 	run.run();
@@ -395,14 +404,17 @@ void add_run(CLI::App &app)
 		->type_name("N")
 		->check(CLI::Range(0u, VEXIL_LOAD_UNLIMITED - 1));
 	add_name_options(*run, options->names);
-	run->add_flag("--address", options->address_form,
-		      "Adopt the image with the register table: lists arrive in address form");
+	add_address_option(*run, options->names);
+	run->add_flag("--common", options->common,
+		      "Load the shared registers of every setting of the map first");
 	run->add_flag("--brief", options->brief, "Only the first lines of each list");
 	run->add_flag("--json", options->json, "Print JSON");
 	run->footer(R"(
 Settings are loaded in the order in which rules select them, then presets. Each register
 is shown once, with the value and the label of whoever wrote it last. With a budget,
-loading ends before the first block that does not fit.
+loading ends before the first block that does not fit. Registers that the members of a
+setting share belong to no selection: a driver loads those of the whole map once, before
+anything else and outside any budget, and so does --common.
 
 Examples:
   vexil run tv.pim tv.rule --rule Picture --set "Input:HDMI1;Timing:2160p60;Luma:812"

@@ -9,6 +9,7 @@
 
 #include "errors.h"
 #include "image_file.h"
+#include "names.h"
 #include "numbers.h"
 #include "text.h"
 
@@ -56,19 +57,80 @@ std::vector<std::string> labels_of(const RuleCatalogue &catalogue, const std::st
 	return texts;
 }
 
+void check_ids(const RuleCatalogue &catalogue, const std::string &rules_path, const Map &map,
+	       const std::string &map_path)
+{
+	const auto refuse_id = [&](const RuleInfo &rule, size_t number, const char *what, u16 id) {
+		refuse(rules_path,
+		       fmt::format(
+			       "rule \"{}\", case {} selects {} {}, which {} does not have: the "
+			       "rules were built for another map, or are damaged",
+			       rule.name, number, what, id, map_path));
+	};
+	for (const RuleInfo &rule : catalogue.rules) {
+		for (size_t i = 0; i < rule.cases.size(); ++i) {
+			for (const OutcomeInfo &outcome : rule.cases[i].outcomes) {
+				for (const u16 id : outcome.ids) {
+					if (outcome.tag == EXTMEM_TAG_VALUE_HOLDER &&
+					    !map.is_setting(id))
+						refuse_id(rule, i + 1, "setting", id);
+					if (outcome.tag == EXTMEM_TAG_PRESET_HOLDER &&
+					    !map.is_preset(id))
+						refuse_id(rule, i + 1, "preset", id);
+				}
+			}
+		}
+	}
+}
+
+std::string version_with(const vexil_version &version, const std::string &customer_text)
+{
+	return version_text(version) +
+	       (customer_text.empty() ? "" : fmt::format(" '{}'", customer_text));
+}
+
+/** Rules have the version and text of the map from their first rule on. */
+void check_versions(const Rules &rules, const RuleCatalogue &catalogue,
+		    const std::string &rules_path, const Map &map, const std::string &map_path,
+		    Console &console)
+{
+	if (catalogue.rules.empty() || rules.are_merged())
+		return;
+	const std::string wanted = version_with(rules.map_version(), rules.map_customer_text());
+	const std::string present = version_with(map.version(), map.customer_text());
+	if (wanted != present)
+		console.warn(rules_path, fmt::format("was built for a map of version {}; {} is {}: "
+						     "it may select other settings than it should",
+						     wanted, map_path, present));
+}
+
 } // namespace
+
+void check_fit(const Rules &rules, const RuleCatalogue &catalogue, const std::string &rules_path,
+	       const Map &map, const std::string &map_path, Console &console)
+{
+	if (catalogue.damaged)
+		refuse(rules_path, "its tree is damaged");
+	check_ids(catalogue, rules_path, map, map_path);
+	check_versions(rules, catalogue, rules_path, map, map_path, console);
+}
 
 void add_state_options(CLI::App &command, StateOptions &options)
 {
+	options.command = command.get_name();
 	command.add_option("PIM", options.map, "PIM image")->required();
-	command.add_option("RULE", options.rules, "Rule image that was built with it")->required();
+	command.add_option(
+		       "RULE", options.rules,
+		       "Rule image that was built or merged with it; warned about when version or "
+		       "customer text differ, except in merged rules, which have those of the sub")
+		->required();
 	command.add_option("--set", options.sets,
 			   "Sources, as \"Input:HDMI1;Luma:812\"; may be given again")
 		->type_name("SOURCES")
 		->allow_extra_args(false);
 	command.add_option("--rule", options.wanted,
-			   "Rules to evaluate, as \"A;B\"; with a '-', as \"-A;B\", every rule but "
-			   "those; every rule without it")
+			   "Rules to evaluate, as \"A;B\"; without it, all. A '-' anywhere, as in "
+			   "\"A;-B\", excludes all that are named: every rule but A and B")
 		->type_name("RULES")
 		->allow_extra_args(false);
 }
@@ -80,41 +142,14 @@ Session::Session(const StateOptions &options, std::vector<ST_PQ_REG_INFO> table,
 {
 	if (content_.damaged)
 		refuse(options.map, "its tree is damaged");
-	if (catalogue_.damaged)
-		refuse(options.rules, "its tree is damaged");
-	check_ids();
-}
-
-void Session::check_ids() const
-{
-	const auto refuse_id = [&](const RuleInfo &rule, size_t number, const char *what, u16 id) {
-		refuse(options_.rules,
-		       fmt::format(
-			       "rule \"{}\", case {} selects {} {}, which {} does not have: the "
-			       "rules were built for another map, or are damaged",
-			       rule.name, number, what, id, options_.map));
-	};
-	for (const RuleInfo &rule : catalogue_.rules) {
-		for (size_t i = 0; i < rule.cases.size(); ++i) {
-			for (const OutcomeInfo &outcome : rule.cases[i].outcomes) {
-				for (const u16 id : outcome.ids) {
-					if (outcome.tag == EXTMEM_TAG_VALUE_HOLDER &&
-					    !map_.is_setting(id))
-						refuse_id(rule, i + 1, "setting", id);
-					if (outcome.tag == EXTMEM_TAG_PRESET_HOLDER &&
-					    !map_.is_preset(id))
-						refuse_id(rule, i + 1, "preset", id);
-				}
-			}
-		}
-	}
+	check_fit(rules_, catalogue_, options.rules, map_, options.map, console);
 }
 
 /** The library would pass over what it does not know, and take for 0 what is no number. */
 void Session::check_statement(const std::string &token) const
 {
 	const auto refuse_token = [&](const std::string &cause) {
-		refuse(options_.rules, fmt::format("--set '{}': {}", token, cause));
+		refuse(options_.rules, fmt::format("--set '{}': {}", shortened(token), cause));
 	};
 	if (token.size() > kLongestToken)
 		refuse_token(fmt::format("is longer than {} characters", kLongestToken));
@@ -149,7 +184,7 @@ void Session::check_statement(const std::string &token) const
 		u64 number = 0;
 		const std::string text = token.substr(name.size() + 1);
 		if (!read_number(text, &number))
-			refuse_token(fmt::format("'{}' is not a number", text));
+			refuse_token(fmt::format("'{}' is not a number", shortened(text)));
 		return;
 	}
 	const std::vector<std::string> known = labels_of(catalogue_, name);
@@ -157,8 +192,8 @@ void Session::check_statement(const std::string &token) const
 		std::vector<std::string> names;
 		for (const SourceInfo &info : catalogue_.sources)
 			names.push_back(info.name);
-		refuse_token(
-			fmt::format("there is no source '{}'{}", name, similar_hint(name, names)));
+		refuse_token(fmt::format("there is no source '{}'{}", shortened(name),
+					 similar_hint(name, names)));
 	}
 	if (name == token)
 		refuse_token(fmt::format("needs a value, as '{}'", known.front()));
@@ -176,15 +211,17 @@ void Session::find_wanted()
 		const u16 id = rules_.rule_id(name);
 		if (id == VEXIL_NO_ID)
 			refuse(options_.rules,
-			       fmt::format("there is no rule '{}'{}", name,
+			       fmt::format("there is no rule '{}'{}", shortened(name),
 					   similar_hint(name, catalogue_.rule_names())));
 		named.push_back(id);
 	}
 	if (!options_.wanted.empty() && named.empty())
-		refuse_usage("--rule names no rule");
+		refuse_usage(fmt::format("--rule names no rule (see 'vexil {} --help')",
+					 options_.command));
 	if (named.size() > kMostRules)
-		refuse_usage(fmt::format("--rule names {} rules; at most {} can be listed",
-					 named.size(), kMostRules));
+		refuse_usage(fmt::format("--rule names {} rules; at most {} can be listed (see "
+					 "'vexil {} --help')",
+					 named.size(), kMostRules, options_.command));
 	if (!named.empty() && !exclude) {
 		wanted_ = named;
 		return;
@@ -195,19 +232,34 @@ void Session::find_wanted()
 	}
 }
 
+/** Of a rule with which an evaluation ended early, as its conditions may allow it to. */
+std::string Session::why_endless(u16 rule) const
+{
+	const std::vector<std::vector<u16>> circles = catalogue_.circles({rule});
+	if (!circles.empty())
+		return "it leads in a circle: " + catalogue_.path_text(circles.front());
+	return catalogue_.leads_nowhere(rule)
+		       ? "it leads to a rule that is not defined"
+		       : "it leads to more rules than can be evaluated at once";
+}
+
 void Session::refuse_evaluation()
 {
+	constexpr std::string_view kRule = "Error while searching rule node ";
+	const std::vector<std::string> log = log_.take();
 	std::string cause = "the rules cannot be evaluated";
 	std::string reason;
-	for (const std::string &line : log_.take()) {
+	u64 id = VEXIL_NO_ID; // of the rule that was asked for, which is said last
+	const std::string last = log.empty() ? "" : std::string(message_of(log.back()));
+	if (!last.starts_with(kRule) || !read_number(last.substr(kRule.size()), &id))
+		id = VEXIL_NO_ID;
+	for (const std::string &line : log) {
 		const std::string message(message_of(line));
-		constexpr std::string_view kRule = "Error while searching rule node ";
-		u64 id = 0;
-		if (message.starts_with(kRule) && read_number(message.substr(kRule.size()), &id))
+		if (message.starts_with(kRule))
 			cause = fmt::format("rule \"{}\" cannot be evaluated",
 					    catalogue_.rule_name(static_cast<u16>(id)));
 		else if (message.starts_with("Internal error, invalid NODEID"))
-			reason = ": it leads in a circle, or to a rule that is not defined";
+			reason = ": " + why_endless(static_cast<u16>(id));
 		else if (message.starts_with("Data length check failed"))
 			reason = ": its conditions are not as long as the key";
 		else
@@ -216,7 +268,7 @@ void Session::refuse_evaluation()
 	refuse(options_.rules, cause + reason);
 }
 
-void Session::evaluate()
+void Session::set()
 {
 	find_wanted();
 	evaluation_ = std::make_unique<Evaluation>(rules_);
@@ -228,8 +280,12 @@ void Session::evaluate()
 		std::string cause = "was refused by the library";
 		for (const std::string &line : log_.take())
 			cause += fmt::format(": {}", message_of(line));
-		refuse(options_.rules, fmt::format("--set '{}': {}", filter, cause));
+		refuse(options_.rules, fmt::format("--set '{}': {}", shortened(filter), cause));
 	}
+}
+
+void Session::trigger()
+{
 	if (!evaluation_->trigger(options_.wanted.empty() ? nullptr : &rule_list_))
 		refuse_evaluation();
 	for (const std::string &line : log_.take())

@@ -24,18 +24,29 @@ struct StateOptions {
 	std::string rules;
 	std::vector<std::string> sets;   // source filters
 	std::vector<std::string> wanted; // rule lists; none for every rule
+	std::string command;             // whose options these are
 };
 
 /** PIM, RULE, --set and --rule. */
 void add_state_options(CLI::App &command, StateOptions &options);
 
+/**
+ * Refuses rules that are damaged, or select what is not in the map; warns when they say that they
+ * were built for another one. Paths are for messages.
+ */
+void check_fit(const Rules &rules, const RuleCatalogue &catalogue, const std::string &rules_path,
+	       const Map &map, const std::string &map_path, Console &console);
+
 class Session {
 public:
-	/** Opens both images. Rules that select what is not in the map are refused. */
+	/** Opens both images, which must fit. */
 	Session(const StateOptions &options, std::vector<ST_PQ_REG_INFO> table, Console &console);
 
-	/** Sets the sources and evaluates the rules; what stops that is refused. */
-	void evaluate();
+	/** Sets the sources, and finds the rules that are asked for; what is not known is refused.
+	 */
+	void set();
+	/** Evaluates the rules; what stops that is refused. */
+	void trigger();
 
 	[[nodiscard]] Map &map() { return map_; }
 	[[nodiscard]] const Catalogue &content() const { return content_; }
@@ -53,9 +64,9 @@ public:
 	[[nodiscard]] std::vector<std::string> take_log() { return log_.take(); }
 
 private:
-	void check_ids() const;
 	void check_statement(const std::string &token) const;
 	void find_wanted();
+	[[nodiscard]] std::string why_endless(u16 rule) const;
 	[[noreturn]] void refuse_evaluation();
 
 	const StateOptions &options_;

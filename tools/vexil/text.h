@@ -41,6 +41,9 @@ namespace vexil_tool {
 						     const std::vector<std::string> &known,
 						     size_t most = 3);
 
+/** Complaints that get a hint: looking for one takes time. */
+inline constexpr size_t kMostHints = 50;
+
 /** "; similar: 'a', 'b'", or nothing. */
 [[nodiscard]] std::string similar_hint(std::string_view wanted,
 				       const std::vector<std::string> &known);
