@@ -10,9 +10,15 @@ packages=(
   g++ make cmake binutils   # build
   dpkg-dev patch            # the cJSON source package
   libcli11-dev libfmt-dev nlohmann-json3-dev # tool
-  libgtest-dev              # tests
+  libgtest-dev perl         # tests
   libbenchmark-dev valgrind # measurements
+  qemu-system-x86 qemu-system-arm cpio kmod libelf1 # the module in kernels
 )
+# Kernels of both architectures are tested, so one compiler crosses.
+case $(dpkg --print-architecture) in
+  arm64) packages+=(g++-x86-64-linux-gnu) ;;
+  *) packages+=(g++-aarch64-linux-gnu) ;;
+esac
 
 missing=()
 for package in "${packages[@]}"; do

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# test.sh [PRESET...]: every test, from a fresh machine: a release build, one with address and
-# undefined-behaviour checks, and the threaded tests with thread checks. Ends with
-# "N passed, N failed".
+# test.sh [PART...]: every test, from a fresh machine: a release build, one with address and
+# undefined-behaviour checks, the threaded tests with thread checks, and the module in kernels. PARTs
+# are presets (release, asan, tsan) and kernel. Ends with "N passed, N failed".
 set -uo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 scripts/setup.sh || exit 1
@@ -35,8 +35,39 @@ run() { # preset
   rm -f "$log"
 }
 
-if [ $# -gt 0 ]; then presets=("$@"); else presets=(release asan tsan); fi
-for preset in "${presets[@]}"; do run "$preset"; done
+# A script that ends with "N passed, N failed".
+run_script() { # command
+  local log last
+  log=$(mktemp)
+  printf '\n== %s ==\n' "$*"
+  "$@" 2>&1 | tee "$log"
+  last=$(grep -E '^[0-9]+ passed, [0-9]+ failed$' "$log" | tail -n 1)
+  rm -f "$log"
+  if [ -z "$last" ]; then
+    echo "$1 came to no end"
+    broken=$((broken + 1))
+    return
+  fi
+  passed=$((passed + ${last%% passed*}))
+  last=${last#*, }
+  failed=$((failed + ${last% failed}))
+}
+
+# A script whose result is all.
+run_check() { # command
+  printf '\n== %s ==\n' "$*"
+  if "$@"; then passed=$((passed + 1)); else failed=$((failed + 1)); fi
+}
+
+run_kernel() {
+  run_script scripts/kernel-test.sh
+  for arch in amd64 arm64; do run_check examples/driver/run.sh "$arch"; done
+}
+
+if [ $# -gt 0 ]; then parts=("$@"); else parts=(release asan tsan kernel); fi
+for part in "${parts[@]}"; do
+  if [ "$part" = kernel ]; then run_kernel; else run "$part"; fi
+done
 scripts/check-tree.sh || broken=1
 
 echo

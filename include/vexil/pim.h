@@ -31,8 +31,9 @@ struct cJSON;
 
 /**
  * pim_init - an empty map, or one over an image
- * @pPim: set on success, and when a name in the image could not be indexed (the map is usable, the
- *        result false); untouched on any other failure. Start from NULL and destroy whatever is set.
+ * @pPim: set on success, and when the name of a file in the image could not be indexed (the map is
+ *        usable, the result false); untouched on any other failure. Start from NULL and destroy whatever
+ *        is set. A label that could not be indexed is not found, and the result is true.
  * @buf, @size: image, or NULL or 0 for an empty map
  * @reg_info_table, @tableSize: the caller's register table and its number of entries; without both,
  *        none. With one, hardware register lists are rewritten in address form, in the image.

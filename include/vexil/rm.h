@@ -128,7 +128,8 @@ size_t rm_export(rm *pRm, char *buf);
  * @pRm:      freshly initialised and empty; destroy it when the merge fails
  * @pRm_base: its rules win where names are the same
  * @pRm_sub:  unchanged, as is the base; built with the same sources
- * @pPim:     the merged map: the sub's ids move behind those of its base
+ * @pPim:     the map that pim_merge filled, not one adopted from its image: it knows by how much the
+ *            sub's ids have moved
  */
 bool rm_merge(rm *pRm, rm *pRm_base, rm *pRm_sub, const pim *pPim);
 
