@@ -230,4 +230,55 @@ TEST_F(ToolMerge, OneFileForBothImagesIsAUsageError)
 	EXPECT_EQ(names(), before);
 }
 
+TEST_F(ToolMerge, RulesOutWithoutRulesIsAUsageError)
+{
+	write("hw.json", R"({"PqHWRegList": {"register": [{"A": 0}]}})");
+	vexil_quiet({"build", "-o", "a.pim", "--hw", "hw.json"});
+	vexil_quiet({"build", "-o", "b.pim", "--hw", "hw.json"});
+	const auto before = names();
+	expect_refusal({"build", "-o", "c.pim", "--hw", "hw.json", "--rules-out", "c.rule"}, 2,
+		       "vexil: --rules-out, but there are no sources and rules (see 'vexil build "
+		       "--help')");
+	expect_refusal(
+		{"merge", "a.pim", "b.pim", "-o", "c.pim", "--rules-out", "c.rule"}, 2,
+		"vexil: --rules-out, but there are no rules (--rules BASE SUB; see 'vexil merge "
+		"--help')");
+	EXPECT_EQ(names(), before);
+}
+
+TEST_F(ToolMerge, InputsAreReplacedByTheirOwnKindOnly)
+{
+	build_examples();
+	const std::string map = read_text(path("customer.pim"));
+	const std::string rules = read_text(path("tv.rule"));
+	expect_refusal(
+		{"merge", "tv.pim", "customer.pim", "--rules", "tv.rule", "customer.rule", "-o",
+		 "s.pim", "--rules-out", "./customer.pim"},
+		2,
+		"vexil: customer.pim is a PIM image that is merged and would become a rule image (see "
+		"'vexil merge --help')");
+	expect_refusal(
+		{"merge", "tv.pim", "customer.pim", "--rules", "tv.rule", "customer.rule", "-o",
+		 "tv.rule", "--rules-out", "s.rule"},
+		2,
+		"vexil: tv.rule is a rule image that is merged and would become a PIM image (see 'vexil "
+		"merge --help')");
+	EXPECT_EQ(read_text(path("customer.pim")), map);
+	EXPECT_EQ(read_text(path("tv.rule")), rules);
+	vexil_quiet({"merge", "tv.pim", "customer.pim", "-o", "customer.pim", "--rules-out",
+		     "customer.rule"});
+	EXPECT_NE(read_text(path("customer.pim")), map);
+}
+
+TEST_F(ToolMerge, OlderRulesBesideTheMapAreWarnedAboutWhenTheNewOnesGoElsewhere)
+{
+	write("tv.rule", "old");
+	const ProcessResult result =
+		vexil({"build", kTv, "-o", "tv.pim", "--rules-out", "fresh.rule"});
+	EXPECT_EQ(result.exit_code, 0);
+	EXPECT_EQ(result.err,
+		  "vexil: tv.pim: warning: tv.rule beside it is older and was not written\n");
+	EXPECT_EQ(read_text(path("tv.rule")), "old");
+}
+
 } // namespace

@@ -256,7 +256,7 @@ TEST_F(ToolRuleBuild, RulesThatArePassedOverAreReported)
 		      rule("R", "{}") + "," + rule("r", "{}") + "," + rule("R-1", "{}")),
 		{"r.json: rule \"Old\": #version 3.0 is not supported (2.0 to 2.2); left out",
 		 "r.json: rule \"Bare\" has no array \"rules\"; left out",
-		 "r.json: \"List\" is an array, not a rule; left out",
+		 "r.json: \"List\" is no object, hence no rule; left out",
 		 "r.json: rule \"r\" is defined already in r.json; it stays as it is there",
 		 "r.json: rule \"R-1\": names cannot hold '-'; left out"});
 }
@@ -414,6 +414,15 @@ TEST_F(ToolRuleBuild, ListsOfOtherKindsAreReported)
 	expect_faults(R"({"PqRuleLists": null})", R"({"PqRuleGroups": [1, 2]})",
 		      {"s.json: \"PqRuleLists\" is not an object",
 		       "r.json: \"PqRuleGroups\" is not an object"});
+	expect_faults(R"({"PqRuleLists": {"#note": 1, "note": "text", "A": ["x"], "B": null}})",
+		      R"({"PqRuleGroups": {"#note": 1, "note": "text", "C": null, "D": 5}})",
+		      {"s.json: source \"A\" is not an object; left out",
+		       "s.json: source \"B\" is not an object; left out",
+		       "r.json: \"C\" is no object, hence no rule; left out",
+		       "r.json: \"D\" is no object, hence no rule; left out"});
+	// A number or a redefinition has no parts: its label is taken, and that is all.
+	expect_faults(R"({"PqRuleLists": {"N": {"content": 0}, "n": {"content": 1}}})", rules(""),
+		      {"s.json: source label \"n\" is declared already"});
 }
 
 TEST_F(ToolRuleBuild, EqualRangesOfSeveralNamesAreAllSaid)
@@ -449,6 +458,72 @@ TEST_F(ToolRuleBuild, EqualRangesOfSeveralNamesAreAllSaid)
 		{"explain", "out.pim", "out.rule", "--rule", "R", "--set", "N:65"})["rules"][0];
 	EXPECT_EQ(entry["conditions"][0], Json::parse(R"({"source": "N", "present": 65, "set": true,
 				  "wanted": {"first": 60, "last": 70, "names": ["W:z"]}})"));
+}
+
+TEST_F(ToolRuleBuild, EvaluationsThatEndSayWhyInTheirState)
+{
+	const std::string none = R"("settings": [], "children": [])";
+	const auto leads = [](const std::string &children) {
+		return R"("settings": [], "children": [)" + children + "]";
+	};
+	const auto cases = [](const std::string &name, const std::vector<std::string> &entries) {
+		std::string text = "\"" + name + "\": {\"rules\": [";
+		for (const std::string &entry : entries)
+			text += (text.back() == '[' ? "{" : ", {") + entry + "}";
+		return text + "]}";
+	};
+	const auto expect_reason = [&](const std::string &groups, const std::string &reason) {
+		SCOPED_TRACE(groups);
+		EXPECT_EQ(build_with(kSources, rules(groups), {"--keep-going"}).exit_code, 0);
+		const std::string line =
+			"vexil: out.rule: rule \"A\" cannot be evaluated: " + reason + "\n";
+		const ProcessResult run = vexil({"run", "out.pim", "out.rule", "--rule", "A"});
+		EXPECT_EQ(run.err, line);
+		const ProcessResult explained =
+			vexil({"explain", "out.pim", "out.rule", "--rule", "A", "--json"});
+		EXPECT_EQ(explained.exit_code, 1);
+		EXPECT_EQ(explained.err, line);
+		EXPECT_EQ(Json::parse(explained.out)["stopped"], reason);
+	};
+	// Where the state does not lead is no reason.
+	const std::string in_dp = R"("comparator": {"Input": "DP"}, )";
+	const std::string always = R"("comparator": {}, )";
+	expect_reason(cases("A", {always + leads(R"("B", "Q")")}) + "," +
+			      cases("B", {in_dp + leads(R"("A")"), always + none}),
+		      "it leads to a rule that is not defined");
+	expect_reason(cases("A", {in_dp + leads(R"("A")"), always + leads(R"("B")")}) + "," +
+			      cases("B", {always + leads(R"("A")")}),
+		      "it leads in a circle: A -> B -> A");
+}
+
+TEST_F(ToolRuleBuild, WideRulesAreExplainedAsLongAsTheyCanBeEvaluated)
+{
+	std::string groups;
+	for (int i = 0; i < 21; ++i) {
+		const std::string next = "\"R" + std::to_string(i + 1) + "\"";
+		groups += rule("R" + std::to_string(i), "{}",
+			       R"("settings": [], "children": [)" + next + ", " + next + "]") +
+			  ",";
+	}
+	ASSERT_EQ(build_with(kSources, rules(groups + rule("R21", "{}"))).exit_code, 0);
+	vexil_quiet({"run", "out.pim", "out.rule", "--rule", "R0"});
+	const std::string text = vexil_quiet({"explain", "out.pim", "out.rule", "--rule", "R0"});
+	EXPECT_LT(lines_of(text).size(), 200u);
+}
+
+TEST_F(ToolRuleBuild, LongNamesAreCut)
+{
+	const std::string name(5000, 'x');
+	const ProcessResult result =
+		build_with(R"({"PqRuleLists": {"In": {"content": ["a"]}, ")" + name +
+				   R"(": {"content": []}}})",
+			   rules(rule(name, R"({"In": ")" + name + "\"}") + "," +
+				 rule("R", R"({"In": "a"})",
+				      R"("settings": [")" + name + R"("], "children": [])")));
+	EXPECT_EQ(result.exit_code, 1);
+	EXPECT_GT(lines_of(result.err).size(), 4u);
+	for (const std::string &line : lines_of(result.err))
+		EXPECT_LT(line.size(), 700u) << line;
 }
 
 TEST_F(ToolRuleBuild, DocumentsThatTheLibraryRefusesAreRefused)

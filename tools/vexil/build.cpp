@@ -411,6 +411,9 @@ void run_build(const Options &options)
 		options.rules_output.empty() ? rules_beside(options.output) : options.rules_output;
 	if (!product.sources.empty() || !product.rules.empty())
 		check_outputs(options.output, rules_output, "build");
+	else if (!options.rules_output.empty())
+		refuse_usage("--rules-out, but there are no sources and rules (see 'vexil build "
+			     "--help')");
 	Build build(console, product.hardware.size() + product.software.size() +
 				     product.customer.size() + product.files.size() +
 				     product.groups.size() + product.sources.size() +
@@ -441,8 +444,7 @@ void run_build(const Options &options)
 			   grouped(outputs[1].bytes.size()));
 	else if (rules)
 		say_rules_not_written(options.output);
-	else
-		warn_of_older_rules(options.output);
+	warn_of_older_rules(outputs);
 }
 
 } // namespace

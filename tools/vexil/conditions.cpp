@@ -67,6 +67,31 @@ void add_new(std::vector<std::string> &texts, const std::string &text)
 		texts.push_back(text);
 }
 
+bool want_the_same(const std::vector<Condition> &a, const std::vector<Condition> &b)
+{
+	return std::equal(a.begin(), a.end(), b.begin(), b.end(),
+			  [](const Condition &one, const Condition &other) {
+				  return one.wanted_value == other.wanted_value &&
+					 one.first == other.first && one.last == other.last;
+			  });
+}
+
+/** Adds what an alternative wants; a range that stands there gets its names. */
+void add_wanted(std::vector<std::vector<Condition>> &all, const std::vector<Condition> &wanted)
+{
+	const auto known = std::find_if(all.begin(), all.end(), [&](const auto &one) {
+		return want_the_same(one, wanted);
+	});
+	if (known == all.end())
+		return all.push_back(wanted);
+	for (size_t i = 0; i < wanted.size(); ++i) {
+		for (const std::string &name : wanted[i].wanted_names)
+			add_new((*known)[i].wanted_names, name);
+		for (const std::string &name : wanted[i].present_names)
+			add_new((*known)[i].present_names, name);
+	}
+}
+
 std::string in_brackets(const std::vector<std::string> &names)
 {
 	return names.empty() ? "" : fmt::format(" ({})", joined(names));
@@ -235,24 +260,20 @@ Failing Conditions::why_not(const CaseInfo &entry) const
 	}
 	for (const std::string &source : sources) {
 		Failing failing{source, {}};
-		std::vector<std::string> said;
 		std::vector<std::vector<Condition>> left;
 		for (const std::vector<Condition> &alternative : alive) {
 			std::vector<Condition> wanted;
-			std::string text;
 			bool holds = true;
 			for (const Condition &condition : alternative) {
 				if (condition.source != source)
 					continue;
 				holds = holds && condition.holds;
-				text += wanted_text(condition) + ";";
 				wanted.push_back(condition);
 			}
 			if (holds)
 				left.push_back(alternative);
-			else if (std::find(said.begin(), said.end(), text) == said.end())
-				failing.wanted.push_back(wanted);
-			add_new(said, text);
+			else
+				add_wanted(failing.wanted, wanted);
 		}
 		if (left.empty())
 			return failing;

@@ -17,6 +17,7 @@ namespace vexil_tool {
 
 namespace {
 
+constexpr size_t kLongestText = 600;                       // names in documents may have any length
 constexpr auto kPatience = std::chrono::milliseconds(300); // shorter commands show no progress
 
 } // namespace
@@ -35,7 +36,8 @@ Console::~Console()
 void Console::warn(const std::string &where, const std::string &text)
 {
 	clear_progress();
-	fmt::print(stderr, "vexil: {}: {}{}\n", printable(where), mark_, printable(text));
+	fmt::print(stderr, "vexil: {}: {}{}\n", printable(where), mark_,
+		   printable(shortened(text, kLongestText)));
 	++warnings_;
 }
 

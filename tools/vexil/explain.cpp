@@ -9,7 +9,6 @@
 #include <fmt/format.h>
 
 #include "commands.h"
-#include "conditions.h"
 #include "console.h"
 #include "errors.h"
 #include "json_input.h"
@@ -18,12 +17,12 @@
 #include "product.h"
 #include "session.h"
 #include "text.h"
+#include "walk.h"
 
 namespace vexil_tool {
 
 namespace {
 
-constexpr size_t kMostSteps = 1u << 21; // rules that lead to each other twice over grow as 2^n
 constexpr size_t kDeepestIndent = 24;
 constexpr size_t kMostWanted = 16; // values in a line of text
 
@@ -31,22 +30,6 @@ struct Options {
 	StateOptions state;
 	std::string product;
 	bool json = false;
-};
-
-/** What becomes of a rule in this state: the same wherever it is led to. */
-struct Answer {
-	const RuleInfo *rule;
-	const CaseInfo *matched;     // null for none
-	size_t number;               // of the matched case, from 1; otherwise the number of cases
-	std::vector<Failing> failed; // of the cases before it
-	std::vector<Condition> conditions; // of the alternative that matched
-};
-
-/** A rule that was evaluated, in the order of evaluation. */
-struct Entry {
-	const Answer *answer;
-	size_t depth;
-	bool repeated; // shown before
 };
 
 /** What a document says of a rule, and what tells that rule from others of its name. */
@@ -99,106 +82,15 @@ const std::string *description_of(const RuleInfo &rule, const Descriptions &desc
 	return nullptr;
 }
 
-class Explanation {
-public:
-	/** Of a state that was set. Ends with the rule at which evaluation ends. */
-	explicit Explanation(const Session &session)
-	    : session_(session), conditions_(session.rules(), session.state())
-	{
-		for (const u16 id : session.wanted()) {
-			if (!stopped_)
-				walk(id);
-		}
-	}
-
-	/** The library has the last word about what is selected. */
-	void compare() const
-	{
-		if (stopped_ || settings_ != session_.settings() || presets_ != session_.presets())
-			throw Failure(Exit::kRefused,
-				      "internal disagreement: the explanation selects "
-				      "other settings than the library");
-	}
-
-	[[nodiscard]] const std::vector<Entry> &entries() const { return entries_; }
-
-private:
-	struct Step {
-		const Answer *answer;
-		size_t outcome; // the next one to act on
-		bool repeated;  // it, and what it leads to, has been explained
-	};
-
-	const Answer &answer(u16 id)
-	{
-		const auto [found, is_new] = answers_.try_emplace(id);
-		Answer &answer = found->second;
-		if (!is_new)
-			return answer;
-		answer.rule = session_.rules().rule(id);
-		for (const CaseInfo &entry : answer.rule->cases) {
-			++answer.number;
-			const auto match = std::find_if(
-				entry.alternatives.begin(), entry.alternatives.end(),
-				[this](const auto &one) { return conditions_.matches(one); });
-			if (match != entry.alternatives.end()) {
-				answer.matched = &entry;
-				answer.conditions = conditions_.of(*match);
-				break;
-			}
-			answer.failed.push_back(conditions_.why_not(entry));
-		}
-		return answer;
-	}
-
-	void enter(std::vector<Step> &path, u16 id)
-	{
-		const bool circle = std::any_of(path.begin(), path.end(), [id](const Step &step) {
-			return step.answer->rule->id == id;
-		});
-		stopped_ = circle || ++steps_ > kMostSteps || !session_.rules().rule(id);
-		if (stopped_)
-			return;
-		const bool repeated = answers_.contains(id);
-		const Answer &found = answer(id);
-		const bool below_repeated = !path.empty() && path.back().repeated;
-		if (!below_repeated)
-			entries_.push_back({&found, path.size(), repeated});
-		path.push_back({&found, 0, repeated});
-	}
-
-	/** Follows a rule as evaluation does, and collects what it selects. */
-	void walk(u16 id)
-	{
-		std::vector<Step> path;
-		enter(path, id);
-		while (!path.empty() && !stopped_) {
-			const CaseInfo *matched = path.back().answer->matched;
-			if (!matched || path.back().outcome == matched->outcomes.size()) {
-				path.pop_back();
-				continue;
-			}
-			const OutcomeInfo &outcome = matched->outcomes[path.back().outcome++];
-			if (outcome.tag == EXTMEM_TAG_VALUE_HOLDER)
-				settings_.insert(settings_.end(), outcome.ids.begin(),
-						 outcome.ids.end());
-			else if (outcome.tag == EXTMEM_TAG_PRESET_HOLDER)
-				presets_.insert(presets_.end(), outcome.ids.begin(),
-						outcome.ids.end());
-			else if (outcome.tag == EXTMEM_TAG_NODE_HOLDER && !outcome.ids.empty())
-				enter(path, outcome.ids.front());
-		}
-	}
-
-	const Session &session_;
-	Conditions conditions_;
-	std::map<u16, Answer> answers_;
-	std::vector<Entry> entries_;
-	size_t steps_ = 0;
-	bool stopped_ = false; // at a circle, a rule that is not there, or too many
-	std::vector<u16> settings_;
-	std::vector<u16> presets_;
-};
+/** The library has the last word about what is selected. */
+void compare(const Walk &walk, const Session &session)
+{
+	if (!walk.stopped().empty() || walk.settings() != session.settings() ||
+	    walk.presets() != session.presets())
+		throw Failure(Exit::kRefused,
+			      "internal disagreement: the explanation selects other settings than "
+			      "the library");
+}
 
 /** "A, B or C". */
 std::string any_of(const std::vector<std::string> &texts)
@@ -384,19 +276,24 @@ void run_explain(const Options &options)
 	const Descriptions descriptions = read_descriptions(options.product, console);
 	Session session(options.state, {}, console);
 	session.set();
-	const Explanation explanation(session);
-	if (!options.json) {
-		for (const Entry &entry : explanation.entries())
+	const Walk walk(session.rules(), session.state(), session.wanted());
+	// All there is, also when evaluation ends early: the reason stands last.
+	if (options.json) {
+		OutputJson rules = OutputJson::array();
+		for (const Entry &entry : walk.entries())
+			rules.push_back(entry_json(entry, session, descriptions));
+		OutputJson output = {{"image", options.state.map},
+				     {"ruleImage", options.state.rules},
+				     {"rules", rules}};
+		if (!walk.stopped().empty())
+			output["stopped"] = walk.stopped();
+		print(output);
+	} else {
+		for (const Entry &entry : walk.entries())
 			print_entry(entry, session, descriptions);
-		session.trigger();
-		return explanation.compare();
 	}
 	session.trigger();
-	explanation.compare();
-	OutputJson rules = OutputJson::array();
-	for (const Entry &entry : explanation.entries())
-		rules.push_back(entry_json(entry, session, descriptions));
-	print({{"image", options.state.map}, {"ruleImage", options.state.rules}, {"rules", rules}});
+	compare(walk, session);
 }
 
 } // namespace

@@ -180,7 +180,7 @@ std::vector<std::string> child_names(const RuleInfo &rule, const RuleCatalogue &
 {
 	std::vector<std::string> names;
 	for (const u16 id : rule.children())
-		names.push_back(id == VEXIL_NO_ID ? "(not defined)" : catalogue.rule_name(id));
+		names.push_back(catalogue.rule_name(id));
 	return names;
 }
 

@@ -127,6 +127,25 @@ void print_figures(const std::string &path, size_t nodes, size_t bytes)
 		   grouped(kMostNodes), grouped(bytes));
 }
 
+/** Outputs may take the place of inputs, but of their own kind only. */
+void check_inputs(const Options &options, const std::string &rules_path)
+{
+	const auto refuse_kind = [](const std::string &path, const char *is, const char *becomes) {
+		refuse_usage(
+			fmt::format("{} is {} that is merged and would become {} (see 'vexil merge "
+				    "--help')",
+				    path, is, becomes));
+	};
+	for (const std::string *map : {&options.base, &options.sub}) {
+		if (is_same_file(*map, rules_path))
+			refuse_kind(*map, "a PIM image", "a rule image");
+	}
+	for (const std::string &rules : options.rules) {
+		if (is_same_file(rules, options.output))
+			refuse_kind(rules, "a rule image", "a PIM image");
+	}
+}
+
 void run_merge(Options options)
 {
 	Console console;
@@ -143,12 +162,17 @@ void run_merge(Options options)
 		refuse(options.sub, "the merged map is too large for an image");
 	if (options.rules.empty())
 		options.rules = rules_beside_both(options);
+	if (options.rules.empty() && !options.rules_output.empty())
+		refuse_usage(
+			"--rules-out, but there are no rules (--rules BASE SUB; see 'vexil merge "
+			"--help')");
 	const bool beside_device = options.rules_output.empty() && is_device(options.output);
 	std::optional<Rules> rules;
 	if (!options.rules.empty()) {
 		const std::string path = options.rules_output.empty() ? rules_beside(options.output)
 								      : options.rules_output;
 		check_outputs(options.output, path, "merge");
+		check_inputs(options, path);
 		rules.emplace(merge_rules(options, base, sub, *merged, console));
 		if (!beside_device)
 			outputs.push_back({path, rules->exported()});
@@ -161,8 +185,7 @@ void run_merge(Options options)
 		print_figures(outputs[1].path, rules->nodes_used(), outputs[1].bytes.size());
 	else if (rules)
 		say_rules_not_written(options.output);
-	else
-		warn_of_older_rules(options.output);
+	warn_of_older_rules(outputs);
 }
 
 } // namespace

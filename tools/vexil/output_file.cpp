@@ -224,7 +224,9 @@ std::filesystem::path resolved(const std::filesystem::path &path)
 }
 
 /** Whether writing to one path would change what the other leads to. */
-bool same_file(const std::string &one, const std::string &other)
+} // namespace
+
+bool is_same_file(const std::string &one, const std::string &other)
 {
 	struct stat first {};
 	struct stat second {};
@@ -233,8 +235,6 @@ bool same_file(const std::string &one, const std::string &other)
 		return true;
 	return resolved(one) == resolved(other);
 }
-
-} // namespace
 
 bool is_device(const std::string &path)
 {
@@ -250,7 +250,7 @@ std::string rules_beside(const std::string &path)
 
 void check_outputs(const std::string &map, const std::string &rules, const char *command)
 {
-	if (same_file(map, rules))
+	if (is_same_file(map, rules))
 		refuse_usage(fmt::format("{} would be both images; name one with --rules-out "
 					 "(see 'vexil {} --help')",
 					 map, command));
@@ -262,13 +262,18 @@ void say_rules_not_written(const std::string &map)
 		   printable(map));
 }
 
-void warn_of_older_rules(const std::string &map)
+void warn_of_older_rules(const std::vector<Output> &outputs)
 {
+	const std::string &map = outputs[0].path;
 	const std::string rules = rules_beside(map);
 	std::error_code ignored;
-	if (!is_device(map) && std::filesystem::is_regular_file(rules, ignored) &&
-	    !same_file(map, rules))
-		Console().warn(map, rules + " beside it is older and was not written");
+	if (is_device(map) || !std::filesystem::is_regular_file(rules, ignored))
+		return;
+	for (const Output &output : outputs) {
+		if (is_same_file(output.path, rules))
+			return;
+	}
+	Console().warn(map, rules + " beside it is older and was not written");
 }
 
 void write_outputs(const std::vector<Output> &outputs)

@@ -41,9 +41,13 @@ void check_outputs(const std::string &map, const std::string &rules, const char 
 void say_rules_not_written(const std::string &map);
 
 /**
- * Warns about a rule image beside a map that was just written without rules: it is of an earlier
- * map, and would be taken for this one's.
+ * Warns about a rule image beside a map that was just written without it: it is of an earlier map,
+ * and would be taken for this one's.
+ * @outputs: what was written, the map first
  */
-void warn_of_older_rules(const std::string &map);
+void warn_of_older_rules(const std::vector<Output> &outputs);
+
+/** Whether both lead to one file, by whatever names and links; also one that is not there yet. */
+[[nodiscard]] bool is_same_file(const std::string &one, const std::string &other);
 
 } // namespace vexil_tool

@@ -282,19 +282,24 @@ void RuleBuild::check_labels(const std::string &where, const cJSON *source, cons
 void RuleBuild::check_source(const cJSON *source, const std::string &path)
 {
 	const std::string name = name_of(source);
-	const std::string where = fmt::format("source \"{}\"", name);
+	const std::string where = fmt::format("source \"{}\"", shortened(name));
 	const cJSON *content = vexil::member(source, "content");
 	if (!content) {
-		if (vexil::is_object(source) && !name.starts_with('#'))
+		// Texts are notes, and "#version" has a reader of its own.
+		if (!name.starts_with('#') && vexil::is_object(source))
 			console_.warn(path, fmt::format("{} has no \"content\"; left out", where));
+		else if (!name.starts_with('#') && !vexil::is_string(source))
+			console_.warn(path, fmt::format("{} is not an object; left out", where));
 		return;
 	}
+	const bool is_enumerated = vexil::is_array(content) && !vexil::member(source, "define");
 	const auto [known, is_new] = sources_.emplace(lowered(name), path);
-	if (!is_new)
-		console_.warn(path,
-			      fmt::format("{} is declared already in {}; values of its parts do "
-					  "not exclude each other",
-					  where, known->second));
+	if (!is_new && is_enumerated)
+		console_.warn(
+			path,
+			fmt::format("{} is declared already in {}; values of its parts do not "
+				    "exclude each other",
+				    where, known->second));
 	if (!vexil::is_array(content)) {
 		check_name("source", name, path);
 		if (name.find(':') != std::string::npos)
@@ -447,12 +452,13 @@ bool RuleBuild::check_group(const cJSON *group, const std::string &path)
 {
 	const std::string name = name_of(group);
 	if (!vexil::is_object(group)) {
-		if (vexil::is_array(group))
-			console_.warn(path, fmt::format("\"{}\" is an array, not a rule; left out",
-							name));
+		if (!name.starts_with('#') && !vexil::is_string(group))
+			console_.warn(path,
+				      fmt::format("\"{}\" is no object, hence no rule; left out",
+						  shortened(name)));
 		return false;
 	}
-	const std::string where = fmt::format("rule \"{}\"", name);
+	const std::string where = fmt::format("rule \"{}\"", shortened(name));
 	if (const cJSON *own = vexil::member(group, "#version")) {
 		vexil_version version{};
 		__rm_get_version(const_cast<cJSON *>(own), &version);
@@ -497,7 +503,7 @@ void RuleBuild::insert_group(const cJSON *group, const std::string &path)
 		cases.push_back(entry);
 		excess.push_back(excess_of(vexil::member(entry, "comparator")));
 	}
-	const std::string rule = fmt::format("rule \"{}\"", name_of(group));
+	const std::string rule = fmt::format("rule \"{}\"", shortened(name_of(group)));
 	size_t at = 0; // complaints come in the order of the cases
 	bool label_missing = false;
 	for (const std::string &line : log_.take()) {

@@ -3,7 +3,6 @@
 #include "rule_catalogue.h"
 
 #include <algorithm>
-#include <set>
 
 #include <fmt/format.h>
 
@@ -235,7 +234,9 @@ const RuleInfo *RuleCatalogue::rule(u16 id) const
 std::string RuleCatalogue::rule_name(u16 id) const
 {
 	const RuleInfo *found = rule(id);
-	return found ? found->name : fmt::format("node {}", id);
+	if (!found)
+		return id == VEXIL_NO_ID ? "(not defined)" : fmt::format("(node {})", id);
+	return found->name;
 }
 
 const SourceInfo *RuleCatalogue::source_of_slot(u64 slot) const
@@ -296,23 +297,6 @@ std::vector<std::vector<u16>> RuleCatalogue::circles(const std::vector<u16> &fro
 		}
 	}
 	return found;
-}
-
-bool RuleCatalogue::leads_nowhere(u16 from) const
-{
-	std::vector<u16> waiting{from};
-	std::set<u16> seen{from};
-	while (!waiting.empty()) {
-		const RuleInfo *info = rule(waiting.back());
-		if (!info)
-			return true;
-		waiting.pop_back();
-		for (const u16 child : info->children()) {
-			if (seen.insert(child).second)
-				waiting.push_back(child);
-		}
-	}
-	return false;
 }
 
 std::string RuleCatalogue::path_text(const std::vector<u16> &path) const

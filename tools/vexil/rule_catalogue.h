@@ -104,8 +104,6 @@ public:
 	 * @from: rules from which they can be reached
 	 */
 	[[nodiscard]] std::vector<std::vector<u16>> circles(const std::vector<u16> &from) const;
-	/** Whether a rule, or one that can be reached from it, leads to none. */
-	[[nodiscard]] bool leads_nowhere(u16 from) const;
 	/** "A -> B -> A". */
 	[[nodiscard]] std::string path_text(const std::vector<u16> &path) const;
 

@@ -12,6 +12,7 @@
 #include "names.h"
 #include "numbers.h"
 #include "text.h"
+#include "walk.h"
 
 namespace vexil_tool {
 
@@ -232,15 +233,10 @@ void Session::find_wanted()
 	}
 }
 
-/** Of a rule with which an evaluation ended early, as its conditions may allow it to. */
-std::string Session::why_endless(u16 rule) const
+std::string Session::why_it_ended(u16 rule) const
 {
-	const std::vector<std::vector<u16>> circles = catalogue_.circles({rule});
-	if (!circles.empty())
-		return "it leads in a circle: " + catalogue_.path_text(circles.front());
-	return catalogue_.leads_nowhere(rule)
-		       ? "it leads to a rule that is not defined"
-		       : "it leads to more rules than can be evaluated at once";
+	const Walk walk(catalogue_, evaluation_->state(), {rule});
+	return walk.stopped().empty() ? kTooManyRules : walk.stopped();
 }
 
 void Session::refuse_evaluation()
@@ -259,7 +255,7 @@ void Session::refuse_evaluation()
 			cause = fmt::format("rule \"{}\" cannot be evaluated",
 					    catalogue_.rule_name(static_cast<u16>(id)));
 		else if (message.starts_with("Internal error, invalid NODEID"))
-			reason = ": " + why_endless(static_cast<u16>(id));
+			reason = ": " + why_it_ended(static_cast<u16>(id));
 		else if (message.starts_with("Data length check failed"))
 			reason = ": its conditions are not as long as the key";
 		else

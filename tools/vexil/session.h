@@ -66,7 +66,7 @@ public:
 private:
 	void check_statement(const std::string &token) const;
 	void find_wanted();
-	[[nodiscard]] std::string why_endless(u16 rule) const;
+	[[nodiscard]] std::string why_it_ended(u16 rule) const;
 	[[noreturn]] void refuse_evaluation();
 
 	const StateOptions &options_;

@@ -11,6 +11,7 @@
 
 #include "core/ctrie.h"
 #include "core/number.h"
+#include "errors.h"
 
 namespace vexil_tool {
 
@@ -161,7 +162,8 @@ std::string quoted_hint(const std::vector<std::string> &names)
 {
 	std::string hint;
 	for (const std::string &name : names)
-		hint += fmt::format("{}'{}'", hint.empty() ? "; similar: " : ", ", printable(name));
+		hint += fmt::format("{}'{}'", hint.empty() ? "; similar: " : ", ",
+				    printable(shortened(name)));
 	return hint;
 }
 
