@@ -12,7 +12,7 @@ using states::Handler;
 using states::Rules;
 
 constexpr u64 kFirstSeed = 812001;
-constexpr int kDocuments = 300;
+constexpr int kDocuments = 2000;
 constexpr int kCalls = 60;
 
 /** An evaluation state of the library: a context's own, or a handler's. */
