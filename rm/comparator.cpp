@@ -244,7 +244,8 @@ bool store_alternative(Comparator &comparator)
 	return true;
 }
 
-Compiled compile_alternative(Comparator &comparator)
+/** A frame of its own, so that none grows beyond 512 bytes. */
+[[gnu::noinline]] Compiled compile_alternative(Comparator &comparator)
 {
 	memset(comparator.key, 0, vexil::key_bytes(comparator.words));
 	comparator.values.count = 0;

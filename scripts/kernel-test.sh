@@ -119,6 +119,17 @@ sizes() { # what integrators pay
   done
 }
 
+depth() { # how deep calls go
+  local said
+  if said=$(scripts/stack-depth.py --kbuild "$out" --kernel "$kernel/build" --brief 2>&1); then
+    echo "ok      $(printf '%s\n' "$said" | tail -n 1)"
+    printf '%s\n' "$said" | tail -n 4 | sed '$d; s/^/        /'
+  else
+    printf 'FAILED  call depths\n%s\n' "$said"
+    return 1
+  fi
+}
+
 in_module() { # a check of tests/abi/symbols.sh
   local said
   if said=$(tests/abi/symbols.sh "$1" "$out/vexil.ko" tests/abi/functions.txt 2>&1); then
@@ -151,6 +162,7 @@ in_kernel() { # architecture
   judge module "$out/vexil.ko" "$out/Module.symvers" tests/abi/functions.txt
   judge code "$out/vexil.ko" "$kernel/config"
   for name in runtime constructors registers unique functions; do check in_module $name; done
+  check depth
   check tests/kernel/newer_kernel.sh "$arch"
   [ -n "$binutils" ] || check tests/kernel/dkms.sh "$arch"
 

@@ -12,7 +12,8 @@ packages=(
   libcli11-dev libfmt-dev nlohmann-json3-dev # tool
   libgtest-dev perl         # tests
   libbenchmark-dev valgrind # measurements
-  qemu-system-x86 qemu-system-arm cpio kmod libelf1 # the module in kernels
+  qemu-system-x86 qemu-system-arm cpio kmod libelf1 python3 # the module in kernels
+  flex bison bc xz-utils libelf-dev # the checking kernel
 )
 # Kernels of both architectures are tested, so one compiler crosses.
 case $(dpkg --print-architecture) in

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # test.sh [PART...]: every test, from a fresh machine: a release build, one with address and
-# undefined-behaviour checks, the threaded tests with thread checks, and the module in kernels. PARTs
-# are presets (release, asan, tsan) and kernel. Ends with "N passed, N failed".
+# undefined-behaviour checks, the threaded tests with thread checks, the module in Debian's kernels and
+# in one that checks every access. PARTs are presets (release, asan, tsan), kernel and checking. Ends
+# with "N passed, N failed".
 set -uo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 scripts/setup.sh || exit 1
@@ -64,9 +65,13 @@ run_kernel() {
   for arch in amd64 arm64; do run_check examples/driver/run.sh "$arch"; done
 }
 
-if [ $# -gt 0 ]; then parts=("$@"); else parts=(release asan tsan kernel); fi
+if [ $# -gt 0 ]; then parts=("$@"); else parts=(release asan tsan kernel checking); fi
 for part in "${parts[@]}"; do
-  if [ "$part" = kernel ]; then run_kernel; else run "$part"; fi
+  case $part in
+    kernel) run_kernel ;;
+    checking) run_script scripts/check-kernel.sh ;;
+    *) run "$part" ;;
+  esac
 done
 scripts/check-tree.sh || broken=1
 
