@@ -414,6 +414,30 @@ TEST_F(ToolRun, ExplanationCarriesTheDocumentsDescriptions)
 	EXPECT_EQ(output["description"], rule["0.Description"]);
 }
 
+TEST_F(ToolRun, ExplainTakesTheArgumentsOfRun)
+{
+	tv();
+	const std::string hardware = kTv + "/registers/hardware.json";
+	const std::vector<std::string> arguments = {"tv.pim",    "tv.rule",
+						    "--rule",    "DynContrast",
+						    "--set",     kFilm,
+						    "--hw",      hardware,
+						    "--sw",      hardware,
+						    "--cus",     hardware,
+						    "--reginfo", kTv + "/reginfo.json",
+						    "--budget",  "40",
+						    "--address", "--common",
+						    "--brief"};
+	for (const std::string command : {"run", "explain"}) {
+		std::vector<std::string> all{command};
+		all.insert(all.end(), arguments.begin(), arguments.end());
+		EXPECT_EQ(vexil(all).exit_code, 0) << vexil(all).err;
+	}
+	std::vector<std::string> all{"explain"};
+	all.insert(all.end(), arguments.begin(), arguments.end());
+	EXPECT_EQ(vexil_quiet(all), text("explain", "DynContrast", kFilm));
+}
+
 TEST_F(ToolRun, RulesThatWereExplainedAreNotExplainedAgain)
 {
 	tv();

@@ -15,6 +15,7 @@
 #include "json_output.h"
 #include "names.h"
 #include "product.h"
+#include "register_names.h"
 #include "session.h"
 #include "text.h"
 #include "walk.h"
@@ -28,9 +29,27 @@ constexpr size_t kMostWanted = 16; // values in a line of text
 
 struct Options {
 	StateOptions state;
-	std::string product;
+	NameSources names; // only the product is of use
+	u32 budget = 0;
+	bool unused = false;
 	bool json = false;
 };
+
+/** What 'run' takes besides: a command may be run first, and then explained as it stands. */
+void add_options_of_run(CLI::App &explain, Options &options)
+{
+	constexpr const char *kGroup = "As for 'run', without effect: nothing is loaded here";
+	explain.add_option("--budget", options.budget)->type_name("N")->group(kGroup);
+	for (const auto &[name, files] : {std::pair("--hw", &options.names.hardware),
+					  std::pair("--sw", &options.names.software),
+					  std::pair("--cus", &options.names.customer)})
+		explain.add_option(name, *files)->type_name("FILE")->group(kGroup);
+	explain.add_option("--reginfo", options.names.register_info)
+		->type_name("FILE")
+		->group(kGroup);
+	for (const char *name : {"--address", "--common", "--brief"})
+		explain.add_flag(name, options.unused)->group(kGroup);
+}
 
 /** What a document says of a rule, and what tells that rule from others of its name. */
 struct Description {
@@ -273,7 +292,7 @@ OutputJson entry_json(const Entry &entry, const Session &session, const Descript
 void run_explain(const Options &options)
 {
 	Console console;
-	const Descriptions descriptions = read_descriptions(options.product, console);
+	const Descriptions descriptions = read_descriptions(options.names.product, console);
 	Session session(options.state, {}, console);
 	session.set();
 	const Walk walk(session.rules(), session.state(), session.wanted());
@@ -304,10 +323,11 @@ void add_explain(CLI::App &app)
 	CLI::App *explain = app.add_subcommand(
 		"explain", "Say which case of each rule matches, and why those before it do not");
 	add_state_options(*explain, options->state);
-	explain->add_option("--product", options->product,
+	explain->add_option("--product", options->names.product,
 			    "Manifest or folder: what its documents say of each rule")
 		->type_name("PRODUCT");
 	explain->add_flag("--json", options->json, "Print JSON");
+	add_options_of_run(*explain, *options);
 	explain->footer(R"(
 The first case of a rule whose conditions all hold decides. For the cases before it, the
 first source that fails is shown: its present value, and what was wanted of it. Sources with
