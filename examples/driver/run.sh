@@ -34,7 +34,7 @@ fi
 
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
-mkdir -p "$work/driver" "$work/root/modules" "$work/root/lib/firmware/vexil"
+mkdir -p "$work/driver" "$work/guest/modules" "$work/guest/lib/firmware/vexil"
 
 # shellcheck disable=SC2016 # make expands it
 printf 'vexil := %s\ninclude $(vexil)/examples/driver/Kbuild\n' "$root" >"$work/driver/Kbuild"
@@ -42,12 +42,12 @@ printf 'vexil := %s\ninclude $(vexil)/examples/driver/Kbuild\n' "$root" >"$work/
   KCFLAGS=-Werror modules >"$work/build.log" 2>&1 || { cat "$work/build.log" >&2; fail "the driver does not build"; }
 if grep -i warning "$work/build.log" >&2; then fail "the driver does not build without warnings"; fi
 
-"$tool" build "$here/product" -o "$work/root/lib/firmware/vexil/pq_pipeline.pim" >/dev/null
-cp "$modules/vexil_pubif.ko" "$modules/vexil.ko" "$work/driver/pq_pipeline.ko" "$work/root/modules/"
-cp "$here/session.txt" "$work/root/"
-install -m 755 "$here/init" "$work/root/init"
-install -m 755 "$kernel/busybox" "$work/root/busybox"
-(cd "$work/root" && find . | sort | cpio -o -H newc -R 0:0 --quiet) >"$work/initramfs"
+"$tool" build "$here/product" -o "$work/guest/lib/firmware/vexil/pq_pipeline.pim" >/dev/null
+cp "$modules/vexil_pubif.ko" "$modules/vexil.ko" "$work/driver/pq_pipeline.ko" "$work/guest/modules/"
+cp "$here/session.txt" "$work/guest/"
+install -m 755 "$here/init" "$work/guest/init"
+install -m 755 "$kernel/busybox" "$work/guest/busybox"
+(cd "$work/guest" && find . | sort | cpio -o -H newc -R 0:0 --quiet) >"$work/initramfs"
 
 "$root/tests/kernel/boot.sh" "$arch" "$kernel/vmlinuz" "$work/initramfs" "$work/log" "$work/console" 120 ||
   { tail -n 40 "$work/console" >&2; fail "the guest did not end by itself"; }
