@@ -59,6 +59,7 @@ took "checking kernel, Linux $(cat "$kernel/version")" "$begin"
 
 begin=$(date +%s)
 mkdir -p "$out"
+# shellcheck disable=SC2016 # make expands it
 printf 'vexil := %s\ninclude $(vexil)/%s/Kbuild\n' "$root" "$here" >"$out/Kbuild.new"
 cmp -s "$out/Kbuild.new" "$out/Kbuild" || cp "$out/Kbuild.new" "$out/Kbuild"
 rm -f "$out/Kbuild.new"
@@ -77,7 +78,7 @@ fi
 took modules "$begin"
 
 # The compiler's own word for it, besides what the faults show. Wrappers forward, and touch no memory.
-plain=$(find "$out"/{core,extmem,pim,rm,presetdb,module} -name '*.o' ! -path '*/module/wrappers.o' |
+plain=$(find "$out"/{core,extmem,pim,rm,presetdb,verify,module} -name '*.o' ! -path '*/module/wrappers.o' |
   while read -r object; do nm "$object" | grep -q ' U __asan_' || printf '%s ' "${object#"$out"/}"; done)
 if [ -z "$plain" ]; then ok "the library's objects are instrumented"; else bad "not instrumented: $plain"; fi
 

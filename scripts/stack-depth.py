@@ -28,7 +28,7 @@ import subprocess
 import sys
 import tempfile
 
-LIBRARY_FOLDERS = ("core", "extmem", "pim", "rm", "presetdb", "module")
+LIBRARY_FOLDERS = ("core", "extmem", "pim", "rm", "presetdb", "verify", "module")
 NO_PATH = float("-inf")
 
 KERNEL = "the kernel"
@@ -327,12 +327,8 @@ def counting_members(functions, members):
 
 
 def library_sources(root):
-    found = set()
-    for folder in LIBRARY_FOLDERS:
-        for name in os.listdir(os.path.join(root, folder)):
-            if name.endswith(".cpp"):
-                found.add(os.path.join(folder, name))
-    return found
+    return {os.path.join(folder, name) for folder in LIBRARY_FOLDERS
+            for name in os.listdir(os.path.join(root, folder)) if name.endswith(".cpp")}
 
 
 def commands_of_build(database, root):

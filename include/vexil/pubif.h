@@ -23,6 +23,7 @@
 #include <vexil/presetdb.h>
 #include <vexil/reg_info.h>
 #include <vexil/rm.h>
+#include <vexil/verify.h>
 
 /**
  * VEXIL_SERVICES - the slots in order: SERVICE(result, name, (arguments))

@@ -30,7 +30,7 @@ files="CMakeLists.txt LICENSE tests/abi/functions.txt platform/platform.h third_
 	third_party/cjson/number_model.h third_party/cjson/number-model.patch third_party/cjson/include/*.h
 	platform/linux/Kbuild platform/linux/Makefile platform/linux/*.c platform/linux/*.sh platform/linux/pubif/*.[ch]
 	include/vexil/*.h"
-for folder in core extmem pim rm presetdb module; do
+for folder in core extmem pim rm presetdb verify module; do
 	files="$files $folder/*.h $folder/*.cpp"
 done
 for file in $files; do

@@ -22,7 +22,7 @@ sub read_text {
 
 # ---- sources
 
-for my $path (map { glob "$root/$_/*.cpp $root/$_/*.h" } qw(core extmem pim rm presetdb module)) {
+for my $path (map { glob "$root/$_/*.cpp $root/$_/*.h" } qw(core extmem pim rm presetdb verify module)) {
 	my $text = read_text($path);
 	# Comments go, texts stay.
 	$text =~ s{("(?:[^"\\]|\\.)*"|'(?:[^'\\]|\\.)*')|//[^\n]*|/\*.*?\*/}{$1 // ' '}gse;

@@ -17,7 +17,7 @@ failed=0
 notices() {
 	rm -rf "$work/tree"
 	mkdir -p "$work/tree/examples" "$work/tree/platform/linux"
-	for folder in core extmem pim rm presetdb module include docs; do
+	for folder in core extmem pim rm presetdb verify module include docs; do
 		cp -R "$root/$folder" "$work/tree/"
 	done
 	cp -R "$root/examples/driver" "$work/tree/examples/"

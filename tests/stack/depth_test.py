@@ -171,7 +171,7 @@ def main():
     script, c, cxx, case = sys.argv[1:]
     library = globals()["case_" + case]()
     with tempfile.TemporaryDirectory() as root:
-        for folder in ("core", "extmem", "pim", "rm", "presetdb", "module"):
+        for folder in ("core", "extmem", "pim", "rm", "presetdb", "verify", "module"):
             os.mkdir(os.path.join(root, folder))
         write(f"{root}/core/made_up.cpp", library.source)
         write(f"{root}/json/cJSON.c", library.json)

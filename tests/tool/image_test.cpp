@@ -235,22 +235,28 @@ TEST_F(ToolImage, RuleImageIsShownAndNotLoaded)
 	std::string image = tv_image();
 	image[kKind] = 2;
 	write("rule.pim", image);
-	const Json info = vexil_json({"info", "rule.pim"});
+	const Json info = vexil_json({"info", "rule.pim", "--no-verify"});
 	EXPECT_EQ(info["kind"], "rule");
 	EXPECT_EQ(info["nodes"]["used"], word_at(image, kNodeFigures) / kNodeBytes);
 	EXPECT_EQ(info["counts"]["rules"], 0);
-	EXPECT_EQ(vexil_quiet({"info", "rule.pim"}).rfind("rule.pim: rule image, ", 0), 0u);
+	EXPECT_EQ(vexil_quiet({"info", "rule.pim", "--no-verify"}).rfind("rule.pim: rule image, ", 0),
+		  0u);
 
 	write("tv.pim", tv_image());
 	const std::string line = "vexil: rule.pim: is a rule image; a PIM image is needed";
 	// The same nodes; only a map tells its lists of register words from others.
-	EXPECT_EQ(lines_of(vexil_quiet({"dump", "rule.pim"})).size(),
+	EXPECT_EQ(lines_of(vexil_quiet({"dump", "rule.pim", "--no-verify"})).size(),
 		  lines_of(vexil_quiet({"dump", "tv.pim"})).size());
-	EXPECT_EQ(vexil_quiet({"list", "rule.pim"}),
+	EXPECT_EQ(vexil_quiet({"list", "rule.pim", "--no-verify"}),
 		  "sources (0; 0 key bits in 0 words)\n\nrules (0)\n");
-	expect_refusal({"load", "rule.pim", "a#b"}, 1, line);
-	expect_refusal({"merge", "tv.pim", "rule.pim", "-o", "out.pim"}, 1, line);
-	expect_refusal({"merge", "rule.pim", "tv.pim", "-o", "out.pim"}, 1, line);
+	expect_refusal({"load", "rule.pim", "a#b", "--no-verify"}, 1, line);
+	expect_refusal({"merge", "tv.pim", "rule.pim", "-o", "out.pim", "--no-verify"}, 1, line);
+	expect_refusal({"merge", "rule.pim", "tv.pim", "-o", "out.pim", "--no-verify"}, 1, line);
+	// A map's nodes are no rules.
+	const std::string damage = "vexil: rule.pim: is damaged: a node stands where it cannot be "
+				   "(node 2, with node 5, byte 130)";
+	expect_refusal({"info", "rule.pim"}, 1, damage);
+	expect_refusal({"load", "rule.pim", "a#b"}, 1, damage);
 }
 
 TEST_F(ToolImage, ImageOfAnUnknownKindIsNoImage)
@@ -329,7 +335,9 @@ TEST_F(ToolImage, HeaderThatKnowsAnotherSizeIsWarnedAbout)
 	std::string image = tv_image();
 	put_word(image, kImageSize, 7);
 	write("x.pim", image);
-	const ProcessResult result = vexil({"info", "x.pim"});
+	expect_refusal({"info", "x.pim"}, 1,
+		       "vexil: x.pim: is damaged: the head says another size than the image has (byte 84)");
+	const ProcessResult result = vexil({"info", "x.pim", "--no-verify"});
 	EXPECT_EQ(result.exit_code, 0);
 	EXPECT_EQ(result.err, "vexil: x.pim: warning: its header says 7 bytes, it has 131,176\n");
 }
@@ -345,11 +353,17 @@ TEST_F(ToolImage, NamesThatCannotBeIndexedAreWarnedAboutAndTheRestWorks)
 		"vexil: x.pim: warning: [ctrie_insert][176]insert wrong string member = 33",
 		"vexil: x.pim: warning: some of its names could not be indexed and will not be "
 		"found"};
-	for (const std::vector<std::string> &arguments :
+	for (std::vector<std::string> arguments :
 	     std::vector<std::vector<std::string>>{{"info", "x.pim"},
 						   {"dump", "x.pim"},
 						   {"list", "x.pim"},
 						   {"load", "x.pim", "Dimming_Level#High"}}) {
+		const ProcessResult refused = vexil(arguments);
+		EXPECT_EQ(refused.exit_code, 1);
+		EXPECT_EQ(refused.err.rfind("vexil: x.pim: is damaged: a name cannot be indexed (node ", 0),
+			  0u)
+			<< refused.err;
+		arguments.emplace_back("--no-verify");
 		const ProcessResult result = vexil(arguments);
 		EXPECT_EQ(result.exit_code, 0);
 		EXPECT_EQ(lines_of(result.err), warnings);

@@ -15,6 +15,7 @@ void add_load(CLI::App &app);
 void add_run(CLI::App &app);
 void add_explain(CLI::App &app);
 void add_merge(CLI::App &app);
+void add_verify(CLI::App &app);
 void add_presetdb(CLI::App &app);
 
 } // namespace vexil_tool

@@ -17,12 +17,13 @@ namespace {
 
 struct Options {
 	std::string image;
+	ImageOptions opening;
 };
 
 void run_dump(const Options &options)
 {
 	Console console;
-	ImageFile image = read_image(options.image, console);
+	ImageFile image = read_image(options.image, options.opening, console);
 	std::optional<Map> map;
 	std::optional<Rules> rules;
 	if (image.kind == ImageKind::kMap)
@@ -45,6 +46,7 @@ void add_dump(CLI::App &app)
 	const auto options = std::make_shared<Options>();
 	CLI::App *dump = app.add_subcommand("dump", "Print the node tree of an image");
 	dump->add_option("IMAGE", options->image, "PIM image or rule image")->required();
+	add_image_options(*dump, options->opening);
 	dump->footer(R"(
 A line is a node: its id and tag behind three dashes for each level. Lines with PROP: are
 texts.

@@ -45,9 +45,36 @@ void read_buffer(const ImageFile &image, const char *what, u64 *at, u32 *used, u
 	*at += kFigureBytes + *max;
 }
 
+void verify(const ImageFile &image, Console &console)
+{
+	vexil_image_fault fault;
+	if (vexil_image_verify(image.bytes.data(), static_cast<u32>(image.bytes.size()), &fault))
+		return;
+	if (fault.code != VEXIL_IMAGE_RULE_RING)
+		refuse(image.path, fmt::format("is damaged: {}", fault_text(fault)));
+	console.note(image.path, fault_text(fault));
+}
+
 } // namespace
 
-ImageFile read_image(const std::string &path, Console &console)
+void add_image_options(CLI::App &command, ImageOptions &options)
+{
+	command.add_flag("--no-verify", options.no_verify,
+			 "Open images that are damaged, too; what they show may be wrong");
+}
+
+std::string fault_text(const vexil_image_fault &fault)
+{
+	std::string place;
+	if (fault.node != VEXIL_NO_ID)
+		place += fmt::format("node {}, ", fault.node);
+	if (fault.other != VEXIL_NO_ID)
+		place += fmt::format("with node {}, ", fault.other);
+	return fmt::format("{} ({}byte {})", vexil_image_code_text(fault.code), place,
+			   grouped(fault.offset));
+}
+
+ImageFile read_image(const std::string &path, const ImageOptions &options, Console &console)
 {
 	ImageFile image{};
 	image.path = path;
@@ -75,6 +102,8 @@ ImageFile read_image(const std::string &path, Console &console)
 					 grouped(end)));
 	if (image.nodes() == 0)
 		refuse(path, "is an image without nodes");
+	if (!options.no_verify)
+		verify(image, console);
 	if (end < size)
 		console.warn(path, fmt::format("{} behind the image are not read",
 					       counted(size - end, "byte")));
@@ -114,9 +143,9 @@ Rules open_rules(ImageFile image)
 	refuse(image.path, cause);
 }
 
-Map open_map(const std::string &path, Console &console)
+Map open_map(const std::string &path, const ImageOptions &options, Console &console)
 {
-	return open_map(read_image(path, console), {}, console);
+	return open_map(read_image(path, options, console), {}, console);
 }
 
 } // namespace vexil_tool

@@ -6,6 +6,9 @@
 #include <string>
 #include <vector>
 
+#include <CLI/CLI.hpp>
+#include <vexil/verify.h>
+
 #include "console.h"
 #include "map.h"
 #include "rules.h"
@@ -28,11 +31,24 @@ struct ImageFile {
 	[[nodiscard]] size_t nodes() const { return node_bytes_used / sizeof(extmem_node); }
 };
 
+/** How images are opened. */
+struct ImageOptions {
+	bool no_verify = false;
+};
+
+/** --no-verify */
+void add_image_options(CLI::App &command, ImageOptions &options);
+
+/** What the library says of an image, and where: "a node is reached twice (node 7 ...)". */
+[[nodiscard]] std::string fault_text(const vexil_image_fault &fault);
+
 /**
- * Reads an image of either kind. Refuses what is no image, of another version, truncated or
- * contradicts itself.
+ * Reads an image of either kind. Refuses what is no image, of another version, truncated or, unless
+ * @options say otherwise, does not verify. Rules that lead back to themselves are noted only: under
+ * conditions that exclude each other they never do.
  */
-[[nodiscard]] ImageFile read_image(const std::string &path, Console &console);
+[[nodiscard]] ImageFile read_image(const std::string &path, const ImageOptions &options,
+				   Console &console);
 
 /**
  * A map over an image, in address form when @table has rows. An image of another kind is refused;
@@ -44,6 +60,6 @@ struct ImageFile {
 [[nodiscard]] Rules open_rules(ImageFile image);
 
 /** read_image and open_map. */
-[[nodiscard]] Map open_map(const std::string &path, Console &console);
+[[nodiscard]] Map open_map(const std::string &path, const ImageOptions &options, Console &console);
 
 } // namespace vexil_tool

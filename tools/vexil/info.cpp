@@ -22,6 +22,7 @@ namespace {
 
 struct Options {
 	std::string image;
+	ImageOptions opening;
 	bool json = false;
 };
 
@@ -178,7 +179,7 @@ void print_text(const ImageFile &image, size_t size, const std::vector<Count> &c
 void run_info(const Options &options)
 {
 	Console console;
-	const ImageFile image = read_image(options.image, console);
+	const ImageFile image = read_image(options.image, options.opening, console);
 	const size_t size = image.bytes.size();
 	std::vector<Count> counts;
 	bool damaged = false;
@@ -211,6 +212,7 @@ void add_info(CLI::App &app)
 		app.add_subcommand("info", "Show what an image is: kind, versions, sizes, counts");
 	info->add_option("IMAGE", options->image, "PIM image or rule image")->required();
 	info->add_flag("--json", options->json, "Print JSON");
+	add_image_options(*info, options->opening);
 	info->footer(R"(
 Examples:
   vexil info tv.pim

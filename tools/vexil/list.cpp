@@ -25,6 +25,7 @@ namespace {
 
 struct Options {
 	std::string image;
+	ImageOptions opening;
 	bool rules = false;
 	bool sources = false;
 	bool json = false;
@@ -263,7 +264,7 @@ void list_rules(const Options &options, ImageFile image, Console &console)
 void run_list(const Options &options)
 {
 	Console console;
-	ImageFile image = read_image(options.image, console);
+	ImageFile image = read_image(options.image, options.opening, console);
 	if (image.kind == ImageKind::kRules || options.rules || options.sources)
 		return list_rules(options, std::move(image), console);
 	const Map map = open_map(std::move(image), {}, console);
@@ -287,6 +288,7 @@ void add_list(CLI::App &app)
 	list->add_flag("--rules", options->rules, "Only the rules of a rule image");
 	list->add_flag("--sources", options->sources, "Only the sources of a rule image");
 	list->add_flag("--json", options->json, "Print JSON");
+	add_image_options(*list, options->opening);
 	list->footer(R"(
 A configuration's line: id, label, kind, number of blocks and of register pairs. Presets
 follow once more by their register table, then the files. Of a rule image: sources with

@@ -27,6 +27,7 @@ namespace {
 
 struct Options {
 	std::string image;
+	ImageOptions opening;
 	std::vector<std::string> labels;
 	std::vector<u32> ids;
 	u32 budget = VEXIL_LOAD_UNLIMITED;
@@ -85,7 +86,7 @@ public:
 private:
 	Map open()
 	{
-		return open_map(read_image(options_.image, console_), names_.adopted_rows(),
+		return open_map(read_image(options_.image, options_.opening, console_), names_.adopted_rows(),
 				console_);
 	}
 
@@ -354,6 +355,7 @@ void add_load(CLI::App &app)
 	add_name_options(*load, options->names);
 	add_address_option(*load, options->names);
 	load->add_flag("--json", options->json, "Print JSON");
+	add_image_options(*load, options->opening);
 	load->footer(R"(
 Blocks are shown in the order of delivery. Values are hexadecimal, then decimal. Lookup
 tables and algorithm files arrive through handlers; their first bytes are shown. With a

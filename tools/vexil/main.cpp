@@ -80,6 +80,7 @@ int run(int argc, char **argv)
 	vexil_tool::add_run(app);
 	vexil_tool::add_explain(app);
 	vexil_tool::add_merge(app);
+	vexil_tool::add_verify(app);
 	vexil_tool::add_presetdb(app);
 	try {
 		app.parse(argc, argv);

@@ -31,6 +31,7 @@ struct Options {
 	std::string output;
 	std::vector<std::string> rules; // none, or base and sub
 	std::string rules_output;
+	ImageOptions opening;
 };
 
 std::string cause_of(extmem_err_code error)
@@ -83,8 +84,8 @@ void check_sources(const Options &options, const RuleCatalogue &base, const Rule
 Rules merge_rules(const Options &options, const Map &base_map, const Map &sub_map,
 		  const Map &merged_map, Console &console)
 {
-	const Rules base = open_rules(read_image(options.rules[0], console));
-	const Rules sub = open_rules(read_image(options.rules[1], console));
+	const Rules base = open_rules(read_image(options.rules[0], options.opening, console));
+	const Rules sub = open_rules(read_image(options.rules[1], options.opening, console));
 	const RuleCatalogue base_rules(base);
 	const RuleCatalogue sub_rules(sub);
 	check_fit(base, base_rules, options.rules[0], base_map, options.base, console);
@@ -149,8 +150,8 @@ void check_inputs(const Options &options, const std::string &rules_path)
 void run_merge(Options options)
 {
 	Console console;
-	const Map base = open_map(options.base, console);
-	const Map sub = open_map(options.sub, console);
+	const Map base = open_map(options.base, options.opening, console);
+	const Map sub = open_map(options.sub, options.opening, console);
 	LibraryLog log;
 	extmem_err_code error = EXTMEM_SUCCESS;
 	std::optional<Map> merged = Map::merge(base, sub, &error);
@@ -207,6 +208,7 @@ void add_merge(CLI::App &app)
 	merge->add_option("--rules-out", options->rules_output,
 			  "Rule image to write; otherwise -o with the suffix .rule")
 		->type_name("FILE");
+	add_image_options(*merge, options->opening);
 	merge->footer(R"(
 An IP or file of SUB replaces the whole IP or file of the same name; others are added.
 Versions and the customer text of the map are those of BASE. Rules are merged as well when

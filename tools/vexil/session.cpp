@@ -8,7 +8,6 @@
 #include <fmt/format.h>
 
 #include "errors.h"
-#include "image_file.h"
 #include "names.h"
 #include "numbers.h"
 #include "text.h"
@@ -33,11 +32,6 @@ std::vector<std::string> tokens_of(const std::string &list, std::string_view dro
 	}
 	std::erase(tokens, "");
 	return tokens;
-}
-
-Map open_checked(const std::string &path, std::vector<ST_PQ_REG_INFO> table, Console &console)
-{
-	return open_map(read_image(path, console), std::move(table), console);
 }
 
 std::string source_of(const std::string &token)
@@ -134,12 +128,14 @@ void add_state_options(CLI::App &command, StateOptions &options)
 			   "\"A;-B\", excludes all that are named: every rule but A and B")
 		->type_name("RULES")
 		->allow_extra_args(false);
+	add_image_options(command, options.opening);
 }
 
 Session::Session(const StateOptions &options, std::vector<ST_PQ_REG_INFO> table, Console &console)
     : options_(options), console_(console),
-      map_(open_checked(options.map, std::move(table), console)), content_(map_),
-      rules_(open_rules(read_image(options.rules, console))), catalogue_(rules_)
+      map_(open_map(read_image(options.map, options.opening, console), std::move(table), console)),
+      content_(map_), rules_(open_rules(read_image(options.rules, options.opening, console))),
+      catalogue_(rules_)
 {
 	if (content_.damaged)
 		refuse(options.map, "its tree is damaged");

@@ -12,6 +12,7 @@
 
 #include "catalogue.h"
 #include "console.h"
+#include "image_file.h"
 #include "library_log.h"
 #include "map.h"
 #include "rule_catalogue.h"
@@ -25,6 +26,7 @@ struct StateOptions {
 	std::vector<std::string> sets;   // source filters
 	std::vector<std::string> wanted; // rule lists; none for every rule
 	std::string command;             // whose options these are
+	ImageOptions opening;
 };
 
 /** PIM, RULE, --set and --rule. */

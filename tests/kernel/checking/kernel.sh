@@ -96,7 +96,7 @@ run ./scripts/kconfig/merge_config.sh -m .config "$here/kernel.config"
 run "${make[@]}" olddefconfig
 # What the configuration asks for and does not get would not be checked.
 refused=$(grep -vE '^(#.*)?$' "$here/kernel.config" | grep -vxF -f "$work/kernel/build/.config" || true)
-[ -z "$refused" ] || fail "$version cannot be configured with" $refused
+[ -z "$refused" ] || fail "$version cannot be configured with ${refused//$'\n'/ }"
 run "${make[@]}" -j"$(nproc)" bzImage modules
 mv "$work/kernel/build/arch/x86/boot/bzImage" "$work/kernel/bzImage"
 
