@@ -37,12 +37,16 @@ public:
 	{
 		return walk_.value<u16>(walk_.child(outcome));
 	}
-	[[nodiscard]] Edge first(u16 rule) const { return find(walk_.child(rule), kNoNode); }
-	[[nodiscard]] Edge after(Edge edge) const
+	/** @steps, here and below, is raised by the cases and outcomes that were passed. */
+	[[nodiscard]] Edge first(u16 rule, size_t *steps = nullptr) const
+	{
+		return find(walk_.child(rule), kNoNode, steps);
+	}
+	[[nodiscard]] Edge after(Edge edge, size_t *steps = nullptr) const
 	{
 		const u16 outcome = walk_.next(edge.outcome);
-		return outcome != kNoNode ? find(edge.holder, outcome)
-					  : find(walk_.next(edge.holder), kNoNode);
+		return outcome != kNoNode ? find(edge.holder, outcome, steps)
+					  : find(walk_.next(edge.holder), kNoNode, steps);
 	}
 	[[nodiscard]] Edge last(u16 rule) const
 	{
@@ -75,29 +79,38 @@ public:
 
 private:
 	/** The first edge from @outcome of the case on; from its first when that is kNoNode. */
-	[[nodiscard]] Edge find(u16 holder, u16 outcome) const
+	[[nodiscard]] Edge find(u16 holder, u16 outcome, size_t *steps) const
 	{
-		for (; holder != kNoNode; holder = walk_.next(holder), outcome = kNoNode) {
+		size_t passed = 0;
+		Edge found = kNoEdge;
+		for (; holder != kNoNode && !found;
+		     holder = walk_.next(holder), outcome = kNoNode) {
 			const u16 body = walk_.child(holder);
-			if (walk_.child(body) == kNoNode)
-				continue; // a case that matches nothing leads nowhere
-			if (outcome == kNoNode)
-				outcome = walk_.next(body);
-			for (; outcome != kNoNode; outcome = walk_.next(outcome)) {
+			const bool matches = walk_.child(body) != kNoNode;
+			if (outcome == kNoNode) {
+				++passed;
+				outcome =
+					matches ? walk_.next(body) : kNoNode; // or it leads nowhere
+			}
+			for (; outcome != kNoNode && !found; outcome = walk_.next(outcome)) {
+				++passed;
 				if (walk_.tag(walk_.child(outcome)) == EXTMEM_TAG_NODE_HOLDER &&
 				    target(outcome) != kNoNode)
-					return {holder, outcome};
+					found = {holder, outcome};
 			}
 		}
-		return kNoEdge;
+		if (steps)
+			*steps += passed;
+		return found;
 	}
 
 	ImageWalk &walk_;
 };
 
 /**
- * The edges that the search will come back to, from its start on. The last ones are kept; of those
- * before, one in kMarkEvery, and the graph tells the others again when they are needed.
+ * The edges that the search will come back to, from its start on. The last ones are kept; the graph
+ * tells those before again when they are needed, from a marked one on. Marks stand where the way
+ * from one to the next is kSpan steps long: what is told again is short, however far rules reach.
  */
 class Trail {
 public:
@@ -106,31 +119,44 @@ public:
 		start_ = rule;
 		depth_ = 0;
 		first_kept_ = 0;
+		num_marks_ = 0;
+		steps_ = 0;
 	}
 	[[nodiscard]] bool empty() const { return depth_ == 0; }
 	[[nodiscard]] u16 start() const { return start_; }
 	[[nodiscard]] Edge top() const { return kept_[depth_ - first_kept_ - 1]; }
+	/** To be raised by every step of the search, but for those that it takes a second time. */
+	[[nodiscard]] size_t *steps() { return &steps_; }
 	void push(RuleGraph &graph, Edge edge);
 	Edge pop(RuleGraph &graph);
 
 private:
-	static constexpr size_t kStep = 20;
+	struct Mark {
+		Edge edge;
+		u16 at;
+	};
+	static constexpr size_t kStep = 14;
 	static constexpr size_t kKept = 2 * kStep;
-	static constexpr size_t kMarkEvery = 3 * kStep;
-	/**
-	 * A rule with two edges has 14 nodes: rule, name and version with their records, a case
-	 * with one alternative, two outcomes.
-	 */
-	static constexpr size_t kMostEdges = vexil::kMaxNodes / 14;
-	static constexpr size_t kMarks = kMostEdges / kMarkEvery + 1;
+	static constexpr size_t kSpan = 1024;
+	/** Cases and outcomes are two nodes each, and the search passes each once. */
+	static constexpr size_t kMarks = vexil::kMaxNodes / 2 / kSpan + 1;
 
 	void tell_again(const RuleGraph &graph);
+	void keep(size_t at, Edge edge)
+	{
+		if (at >= first_kept_)
+			kept_[at - first_kept_] = edge;
+	}
 
 	size_t depth_ = 0;
-	size_t first_kept_ = 0; // a multiple of kStep
+	size_t first_kept_ = 0;
+	// Since the last mark. Where that one is gone, kSpan: the next edge becomes one in its
+	// place.
+	size_t steps_ = 0;
+	size_t num_marks_ = 0;
 	u16 start_ = kNoNode;
 	Edge kept_[kKept];
-	u16 marks_[kMarks]; // outcomes of the edges kMarkEvery - 1, 2 * kMarkEvery - 1 ...
+	Mark marks_[kMarks];
 };
 
 void Trail::push(RuleGraph &graph, Edge edge)
@@ -139,9 +165,11 @@ void Trail::push(RuleGraph &graph, Edge edge)
 		memmove(kept_, kept_ + kStep, kStep * sizeof *kept_);
 		first_kept_ += kStep;
 	}
-	kept_[depth_ - first_kept_] = edge;
-	if (depth_ % kMarkEvery == kMarkEvery - 1)
-		marks_[depth_ / kMarkEvery] = edge.outcome;
+	keep(depth_, edge);
+	if (steps_ >= kSpan && num_marks_ < kMarks) {
+		marks_[num_marks_++] = {edge, static_cast<u16>(depth_)};
+		steps_ = 0;
+	}
 	++depth_;
 	graph.set_open(edge.outcome);
 }
@@ -151,22 +179,32 @@ Edge Trail::pop(RuleGraph &graph)
 	const Edge edge = top();
 	graph.set_done(edge.outcome);
 	--depth_;
+	if (num_marks_ > 0 && marks_[num_marks_ - 1].at == depth_) {
+		--num_marks_;
+		steps_ = kSpan;
+	}
 	if (depth_ == first_kept_ && depth_ > 0)
 		tell_again(graph);
 	return edge;
 }
 
-/** Fills the kept edges with the kStep last ones. */
+/** Fills the kept edges with the last ones, as far back as the last mark. */
 void Trail::tell_again(const RuleGraph &graph)
 {
-	first_kept_ = depth_ - kStep;
-	size_t at = first_kept_ / kMarkEvery * kMarkEvery;
-	u16 rule = at == 0 ? start_ : graph.target(marks_[at / kMarkEvery - 1]);
+	first_kept_ = depth_ > kKept ? depth_ - kKept : 0;
+	size_t at = 0;
+	u16 rule = start_;
+	if (num_marks_ > 0) {
+		const Mark &mark = marks_[num_marks_ - 1];
+		at = mark.at;
+		first_kept_ = first_kept_ > at ? first_kept_ : at;
+		keep(at++, mark.edge);
+		rule = graph.target(mark.edge.outcome);
+	}
 	while (at < depth_) {
 		const Edge edge = graph.open(rule);
-		if (edge && at >= first_kept_)
-			kept_[at - first_kept_] = edge;
-		at += edge ? 1 : 0;
+		if (edge)
+			keep(at++, edge);
 		rule = graph.target((edge ? edge : graph.last(rule)).outcome);
 	}
 }
@@ -184,10 +222,10 @@ void leave_from(RuleGraph &graph, u16 rule)
 
 /** The next edge from @edge on that leads to a rule which has not been left; kNoEdge without one.
  */
-Edge not_left(const RuleGraph &graph, Edge edge)
+Edge not_left(const RuleGraph &graph, Edge edge, size_t *steps)
 {
 	while (edge && graph.is_left(graph.target(edge.outcome)))
-		edge = graph.after(edge);
+		edge = graph.after(edge, steps);
 	return edge;
 }
 
@@ -195,9 +233,9 @@ bool search(RuleGraph &graph, Trail &trail, u16 start)
 {
 	trail.begin(start);
 	graph.meet(start);
-	Edge edge = graph.first(start);
+	Edge edge = graph.first(start, trail.steps());
 	for (;;) {
-		edge = not_left(graph, edge);
+		edge = not_left(graph, edge, trail.steps());
 		if (!edge) {
 			leave_from(graph, trail.empty() ? trail.start()
 							: graph.target(trail.top().outcome));
@@ -210,10 +248,10 @@ bool search(RuleGraph &graph, Trail &trail, u16 start)
 		if (!graph.is_new(rule))
 			return graph.walk().fail_in(graph.walk().child(edge.outcome),
 						    VEXIL_IMAGE_RULE_RING, 0, rule);
-		if (graph.after(edge))
+		if (graph.after(edge, trail.steps()))
 			trail.push(graph, edge);
 		graph.meet(rule);
-		edge = graph.first(rule);
+		edge = graph.first(rule, trail.steps());
 	}
 }
 

@@ -96,8 +96,8 @@ bool check_record(const ImageParts &parts, u16 id, size_t *end, vexil_image_faul
 	const auto size = load<u32>(node + vexil::kSizeAt);
 	const auto offset = load<u32>(node + vexil::kOffsetAt);
 	const size_t at = ImageWalk::node_at(id, vexil::kOffsetAt);
-	if (size == vexil::kMaxU32 && offset == 0)
-		return true; // as it was requested: it has no record
+	if (size == vexil::kMaxU32)
+		return true; // as it was requested: it has no record; a merge moves the offset all the same
 	if (size == 0 || !vexil::fits(offset, size, parts.data_used))
 		return report_fault(fault, VEXIL_IMAGE_RECORD_BOUNDS,
 				    ImageWalk::node_at(id, vexil::kSizeAt), id);

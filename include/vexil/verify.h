@@ -25,7 +25,7 @@ typedef enum vexil_image_code {
 
 	VEXIL_IMAGE_UNKNOWN_KIND = 3,    /* neither a map nor rules */
 	VEXIL_IMAGE_UNKNOWN_VERSION = 4, /* written by code that is not 2.0 to 2.2 */
-	VEXIL_IMAGE_NODE_FIGURES = 5,    /* more nodes in use than there is room, or no whole number */
+	VEXIL_IMAGE_NODE_FIGURES = 5,    /* no room, more nodes in use than that, or no whole number */
 	VEXIL_IMAGE_DATA_FIGURES = 6,    /* the same of the data, in steps of 8 bytes */
 	VEXIL_IMAGE_TRUNCATED = 7,       /* the buffer ends before the image does */
 	VEXIL_IMAGE_SIZE = 8,            /* the head says another size than the figures add up to */
@@ -68,8 +68,9 @@ typedef enum vexil_image_code {
  * @offset: of the first byte that is wrong, from the start of the buffer; of a node that should be
  *          there, the link to it
  * @node:   id of the node that is wrong; VEXIL_NO_ID when the fault is in none
- * @other:  id of the node that leads to it, or, of ranges and child rules, that it names; else
- *          VEXIL_NO_ID
+ * @other:  the other node that the fault is about: the one that leads to @node; the one that a link
+ *          (which may be no node), a range, a child rule or a ring names; of keys and counts, the
+ *          record before. Else VEXIL_NO_ID
  */
 typedef struct vexil_image_fault {
 	vexil_image_code code;
@@ -80,7 +81,7 @@ typedef struct vexil_image_fault {
 
 /**
  * vexil_image_verify - examine a whole image, a map or rules, before it is adopted
- * @buf:   the image; only read
+ * @buf:   the image; only read. Nobody may change it during the call, or between it and adoption
  * @size:  bytes of the buffer, which may be longer than the image
  * @fault: receives what is wrong, all fields, also when nothing is; NULL is allowed
  *
@@ -96,8 +97,11 @@ typedef struct vexil_image_fault {
  * VEXIL_IMAGE_RULE_RING comes last: such an image is sound otherwise, documents can produce it, and
  * evaluation answers a rule that leads back to itself with false.
  *
- * Time: linear in the image. Memory: one bit per node, given back before the call returns; it may
- * sleep.
+ * What adoption writes into an image is sound again. What is inserted into an adopted one is sound
+ * once it has been exported: the figures of the old image do not know of it.
+ *
+ * Time: linear in the image, however deep rules lead. Memory: one bit per node, given back before
+ * the call returns; it may sleep. No recursion.
  *
  * Return: true when nothing is wrong.
  */

@@ -64,6 +64,27 @@ TEST_F(ToolVerify, MissingFilesAreNamed)
 	expect_refusal({"verify", "gone.pim"}, 1, "vexil: gone.pim: No such file or directory");
 }
 
+TEST_F(ToolVerify, FilesThatCannotBeReadAreNoReasonToStop)
+{
+	write("tv.pim", tv_image());
+	write("x.pim", damaged());
+	write("none.pim", "");
+	const std::string causes = "vexil: gone.pim: No such file or directory\n"
+				   "vexil: none.pim: is empty\n";
+	ProcessResult result = vexil({"verify", "gone.pim", "x.pim", "none.pim", "tv.pim"});
+	EXPECT_EQ(result.exit_code, 1);
+	EXPECT_EQ(result.out, "x.pim: " + std::string(kDamage) + "\ntv.pim: sound\n");
+	EXPECT_EQ(result.err, causes + "vexil: 1 of 4 images is not sound, 2 cannot be read\n");
+
+	result = vexil({"verify", "gone.pim", "none.pim", "tv.pim", "--json"});
+	EXPECT_EQ(result.exit_code, 1);
+	EXPECT_EQ(Json::parse(result.out), Json::parse(R"([
+		{"file": "gone.pim", "error": "gone.pim: No such file or directory"},
+		{"file": "none.pim", "error": "none.pim: is empty"},
+		{"file": "tv.pim", "sound": true}])"));
+	EXPECT_EQ(result.err, causes + "vexil: 0 of 3 images are not sound, 2 cannot be read\n");
+}
+
 TEST_F(ToolVerify, CommandsRefuseWhatIsNotSoundUnlessTheyAreToldNotTo)
 {
 	build(kTv, "tv.pim");

@@ -102,6 +102,26 @@ TEST_F(MapProducers, MergedExamples)
 	}
 }
 
+TEST_F(MapProducers, MergedWithANodeThatGotNoRecord)
+{
+	Map base, sub, merged;
+	ASSERT_TRUE(base.init() && sub.init() && merged.init());
+	ASSERT_TRUE(pim_insert_file(base.get(), "a.bin", "bytes", 5));
+	std::string large(4000, 'x');
+	{
+		const Refuse refusal = Refuse::from(1);
+		EXPECT_EQ(extmem_get_data(&sub->builder, EXTMEM_TAG_DATA, large.data(), 4000).id,
+			  kNoId);
+		ASSERT_TRUE(refusal.happened());
+	}
+	const ImageBytes image = image_of(sub.get());
+	ASSERT_EQ(image.record_size(1), 0xFFFFFFFFu);
+	EXPECT_EQ(fault_of(image), kSound);
+	// The merge moves every offset, also that of the record that is none.
+	ASSERT_TRUE(pim_merge(merged.get(), base.get(), sub.get()));
+	expect_sound(merged.get(), television().table);
+}
+
 TEST_F(MapProducers, DocumentsThatFailHalfWay)
 {
 	const std::string good = "'Good': {'group': {'M': {'hwreg': {'R0': 1}}}}";
@@ -278,6 +298,20 @@ TEST_F(RuleProducers, SubRulesThatTheBaseReplacesAreStillLedTo)
 	}
 	ASSERT_TRUE(add_rules(sub.get(), map.get(),
 			      rule("New", {rule_case("'Input': 'DTV'", "", "'Leaf'")})));
+	ASSERT_TRUE(rm_finish(base.get()) && rm_finish(sub.get()));
+	ASSERT_TRUE(rm_merge(merged.get(), base.get(), sub.get(), map.get()));
+	expect_code(merged.get(), VEXIL_IMAGE_SOUND);
+}
+
+TEST_F(RuleProducers, MergedRulesWithoutSources)
+{
+	// Their key records are empty: merging moves where those of the second part would be.
+	Map map;
+	Rules base, sub, merged;
+	ASSERT_TRUE(map.init() && base.init() && sub.init() && merged.init());
+	add_name(map->ipname_map, "a", 10);
+	ASSERT_TRUE(add_rules(base.get(), map.get(), rule("R", {rule_case("", "'a'")})));
+	ASSERT_TRUE(add_rules(sub.get(), map.get(), rule("S", {rule_case("", "'a'")})));
 	ASSERT_TRUE(rm_finish(base.get()) && rm_finish(sub.get()));
 	ASSERT_TRUE(rm_merge(merged.get(), base.get(), sub.get(), map.get()));
 	expect_code(merged.get(), VEXIL_IMAGE_SOUND);

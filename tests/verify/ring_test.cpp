@@ -248,6 +248,84 @@ TEST(VerifyRings, WhatFollowsALongWayIsNotForgotten)
 	}
 }
 
+/**
+ * A way of @length rules with a leaf each, to which the search comes back; behind it @between rules
+ * that lead on only, the first one by the last of @wide outcomes; then a rule from which @spurs
+ * ways of @length begin.
+ */
+Graph comb(std::size_t length, std::size_t between, std::size_t wide, std::size_t spurs)
+{
+	Graph graph(1); // a leaf for all
+	const auto way = [&](std::size_t from) {
+		for (std::size_t i = 0; i < length; ++i) {
+			const std::size_t next = graph.size();
+			graph.insert(graph.end(), 2, {});
+			graph[from].insert(graph[from].end(), {next, next + 1});
+			from = next;
+		}
+		return from;
+	};
+	graph.emplace_back();
+	std::size_t from = way(1);
+	graph[from].assign(wide, 0);
+	for (std::size_t i = 0; i < between; ++i) {
+		graph[from].push_back(graph.size());
+		from = graph.size();
+		graph.emplace_back();
+	}
+	for (std::size_t i = 0; i < spurs; ++i)
+		way(from);
+	return graph;
+}
+
+TEST(VerifyRings, FarReachingRulesOnTheWayBack)
+{
+	for (const auto &[between, wide] : {std::pair<std::size_t, std::size_t>{600, 0},
+					    {1, 1100},
+					    {1, 5000},
+					    {300, 700},
+					    {1500, 2000}}) {
+		for (const std::size_t length : {1, 14, 29, 49}) {
+			SCOPED_TRACE(testing::Message()
+				     << between << ", " << wide << ", " << length);
+			Graph graph = comb(length, between, wide, 6);
+			expect_as_searched(graph, 60);
+			// Rings that are closed late, on the way back to where the search began.
+			for (std::size_t i = 0; i < length; i += 1 + length / 3) {
+				const std::size_t leaf = 3 + 2 * i;
+				graph[leaf] = {i == 0 ? 1 : 2 * i};
+				expect_as_searched(graph, 60);
+				graph[leaf].clear();
+			}
+			graph.back() = {2};
+			expect_as_searched(graph, 60);
+			graph.back().clear();
+			// Leaves to where the way went on, which has been left by then.
+			for (std::size_t i = 0; i < length; i += 3)
+				graph[3 + 2 * i] = {2 + 2 * i};
+			expect_as_searched(graph, 60);
+		}
+	}
+}
+
+TEST(VerifyRings, WideRulesOneBehindTheOther)
+{
+	// Each is wide enough for a mark of its own, and is come back to in its midst and at its
+	// end.
+	constexpr std::size_t kRules = 9;
+	constexpr std::size_t kWide = 1100;
+	Graph graph(2 * kRules + 1);
+	for (std::size_t i = 0; i < kRules; ++i) {
+		graph[i].assign(kWide, 2 * kRules);
+		graph[i].push_back(i + 1);
+		graph[i].insert(graph[i].end(), kWide, 2 * kRules);
+		graph[i].push_back(kRules + 1 + i % (kRules - 1));
+	}
+	expect_as_searched(graph, 60);
+	graph[kRules + 1] = {kRules - 2, 0};
+	expect_as_searched(graph, 60);
+}
+
 TEST(VerifyRings, GraphsAtRandom)
 {
 	constexpr unsigned kFirstSeed = 55001;

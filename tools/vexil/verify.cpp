@@ -45,8 +45,19 @@ void run_verify(const Options &options)
 {
 	OutputJson output = OutputJson::array();
 	size_t unsound = 0;
+	size_t unread = 0;
 	for (const std::string &path : options.images) {
-		const std::vector<char> bytes = read_file(path);
+		std::vector<char> bytes;
+		try {
+			bytes = read_file(path);
+		} catch (const Failure &failure) {
+			if (options.images.size() == 1)
+				throw;
+			++unread; // the others are examined all the same
+			fmt::print(stderr, "vexil: {}\n", printable(failure.what()));
+			output.push_back({{"file", path}, {"error", failure.what()}});
+			continue;
+		}
 		vexil_image_fault fault;
 		const bool sound =
 			vexil_image_verify(bytes.data(), static_cast<u32>(bytes.size()), &fault);
@@ -59,11 +70,14 @@ void run_verify(const Options &options)
 	}
 	if (options.json)
 		print(output);
-	if (unsound == 0)
+	if (unsound + unread == 0)
 		return;
-	throw Failure(Exit::kRefused, fmt::format("{} of {} {} not sound", unsound,
-						  counted(options.images.size(), "image"),
-						  unsound == 1 ? "is" : "are"));
+	std::string summary =
+		fmt::format("{} of {} {} not sound", unsound,
+			    counted(options.images.size(), "image"), unsound == 1 ? "is" : "are");
+	if (unread > 0)
+		summary += fmt::format(", {} cannot be read", unread);
+	throw Failure(Exit::kRefused, summary);
 }
 
 } // namespace
@@ -78,7 +92,8 @@ void add_verify(CLI::App &app)
 Looks at every byte that adoption would rely on: head, sizes, nodes, links, records, texts,
 register lists, keys, ids, and whether rules lead back to themselves. A line for each image
 says that it is sound, or what was found first and where: the node, the node that leads to
-it or that it names, and the byte of the file. Exit code 1 when one is not sound.
+it or that it names, and the byte of the file. Exit code 1 when one is not sound or cannot
+be read; the others are examined all the same.
 
 Commands that open images examine them first, and refuse those that are not sound;
 --no-verify opens them all the same. Rules that lead back to themselves are noted there:
