@@ -88,15 +88,16 @@ typedef struct data_d {
 struct [[gnu::packed]] extmem_node {
 	u16 id; // its own index
 	u8 tag;
+	// The longer one first: empty braces set the first one to zero, and need not touch more.
 	union {
-		struct [[gnu::packed]] {
-			u16 childId;
-			u16 nextId;
-		} link; // tags below 33
 		struct [[gnu::packed]] {
 			u32 size;
 			u32 offset;
 		} data; // tags of 33 and more
+		struct [[gnu::packed]] {
+			u16 childId;
+			u16 nextId;
+		} link; // tags below 33
 	} u;
 	u8 unused[5];
 };

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <functional>
 #include <map>
+#include <new>
 #include <string>
 
 #include "extmem/extmem.h"
@@ -211,6 +212,14 @@ TEST_F(ExtmemInvalidNode, FetchesZerosById)
 	for_each([](node_d node) {
 		EXPECT_EQ(bytes_of(extmem_fetch_node_by_id(node.owner, node.id)), Bytes(16));
 	});
+}
+
+// Compilers differ in what empty braces leave of a union's longer member.
+TEST(ExtmemNode, IsZeroInEveryByteAfterEmptyBraces)
+{
+	alignas(extmem_node) unsigned char dirty[sizeof(extmem_node)];
+	std::memset(dirty, 0xA5, sizeof dirty);
+	EXPECT_EQ(bytes_of(*new (dirty) extmem_node{}), Bytes(16));
 }
 
 TEST_F(ExtmemInvalidNode, CannotBeSet)
