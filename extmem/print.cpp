@@ -13,8 +13,12 @@ namespace {
 constexpr int kMaxNamedTag = EXTMEM_TAG_UNUSED_BEGIN;
 /** Indentation pieces that one dump may print: bounds what a chain of children can cost. */
 constexpr size_t kMaxIndents = size_t{1} << 26;
-/** How often the data may be printed over: a few nodes share a text, a damaged image any of them. */
+/**
+ * Bytes of records that one dump may print: the data many times over, and some for each node. The
+ * members of a preset setting share their table's name, a damaged image shares anything.
+ */
 constexpr size_t kBytesPerByte = 16;
+constexpr size_t kBytesPerNode = 64;
 
 /** A node that is still to be printed. */
 struct PendingNode {
@@ -129,8 +133,9 @@ void extmem_print(extmem_builder *pBuilder, node_d node, int depth)
 	if (!pBuilder || !extmem_node_isvalid(node))
 		return;
 	// Links come from the image: the walk keeps its own stack, and counts.
-	Dump dump{pBuilder, 2 * vexil::node_slots(*node.owner), kMaxIndents,
-		  kBytesPerByte * node.owner->data_buffer.buf_used};
+	const size_t slots = vexil::node_slots(*node.owner);
+	Dump dump{pBuilder, 2 * slots, kMaxIndents,
+		  kBytesPerByte * node.owner->data_buffer.buf_used + kBytesPerNode * slots};
 	vexil::Pending<PendingNode> pending(*pBuilder);
 	for (;;) {
 		const vexil::Bytes record = vexil::payload(node);

@@ -46,14 +46,15 @@ u64 *zeroed(rm *context, size_t bytes)
 	return static_cast<u64 *>(block);
 }
 
-/** The u32 of a record; false when it is missing or more than @limit. */
+/** The u32 of a record; false, and @count as it was, when it is missing or more than @limit. */
 bool read_count(node_d holder, size_t limit, size_t *count)
 {
 	const vexil::Bytes record = vexil::payload(holder);
-	if (record.size() < sizeof(u32))
+	const size_t value = record.size() < sizeof(u32) ? limit + 1 : vexil::load<u32>(record.data());
+	if (value > limit)
 		return false;
-	*count = vexil::load<u32>(record.data());
-	return *count <= limit;
+	*count = value;
+	return true;
 }
 
 bool replace(rm *context, u64 **buffer, size_t bytes)

@@ -470,6 +470,26 @@ TEST(PimPrint, GoesThroughTheStoresHook)
 	EXPECT_EQ(take_log(), "");
 }
 
+TEST(PimPrint, LongTableNameIsPrintedForEachMemberThatSharesIt)
+{
+	constexpr std::size_t kMembers = 300;
+	const std::string table(255, 't');
+	PimImage plan;
+	const u16 setting = plan.setting(plan.ip("scaler"), "s", E_PQLV_PRESETREGS);
+	const u16 name = plan.add_text(table);
+	for (std::size_t i = 0; i < kMembers; ++i)
+		plan.preset(setting, "s#" + std::to_string(i), name);
+	const Image image(plan);
+	take_log();
+	pim_print(image.map.get());
+	std::size_t printed = 0;
+	for (const std::string &line : take_log_lines()) {
+		EXPECT_EQ(line.find("vexil lib fail!!"), std::string::npos);
+		printed += line.find("PROP:" + table) != std::string::npos;
+	}
+	EXPECT_EQ(printed, kMembers);
+}
+
 TEST(PimPrint, ChangesNothing)
 {
 	const Image image(printed_plan());

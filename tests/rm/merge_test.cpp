@@ -718,4 +718,26 @@ TEST_F(RmMergeMemory, NameThatCannotBeIndexedIsReported)
 	FAIL() << "no refusal reached the names";
 }
 
+TEST_F(RmMerge, CountThatADamagedSubOverwritesIsNotTakenOver)
+{
+	RuleImage base_plan, sub_plan;
+	base_plan.source("A:x", {0, 2, 1, 0});
+	const u16 bits = base_plan.used_bits(2);
+	base_plan.res_num(0);
+	// Ids that the merge moves, in a record that the sum of both offsets puts over the base's count.
+	const u16 ids = sub_plan.outcome(sub_plan.add_case(sub_plan.rule("R")), EXTMEM_TAG_VALUE_HOLDER,
+					 {1, 2});
+	const auto base_bytes = static_cast<u32>(base_plan.data_bytes());
+	sub_plan.record(ids, sizeof(u32), base_plan.record_offset(bits) - base_bytes);
+	ImageBytes base_image = base_plan.write(), sub_image = sub_plan.write();
+	ASSERT_TRUE(adopt(base, base_image));
+	ASSERT_TRUE(adopt(sub, sub_image));
+	map->max_node_index = 0xF000;
+	EXPECT_FALSE(merge());
+	EXPECT_EQ(rules->used_bits, 2u);
+	rm_handler *handler = nullptr;
+	EXPECT_TRUE(rm_create_handler(rules.get(), &handler));
+	EXPECT_TRUE(rm_handler_destroy(&handler));
+}
+
 } // namespace
