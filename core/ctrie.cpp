@@ -143,6 +143,15 @@ bool enter_name(ctrie *names, const char *name, int value)
 	return entered || !no_memory;
 }
 
+void forget_name(ctrie *names, const char *name)
+{
+	TrieCursor cursor(*names);
+	for (; *name != '\0'; ++name)
+		cursor.feed(*name);
+	if (cursor.value() != kNoValue)
+		const_cast<ctrie_node *>(cursor.node_)->value = kNoValue;
+}
+
 } // namespace vexil
 
 extern "C" {

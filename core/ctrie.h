@@ -170,6 +170,7 @@ public:
 	}
 
 private:
+	friend void forget_name(ctrie *names, const char *name);
 	const char *text_;
 	const ctrie_node *node_; // null once no name begins like this
 	size_t at_;              // in the text, the next character of the node's label
@@ -180,5 +181,8 @@ private:
  * without the new value. False when there was no memory for it.
  */
 [[nodiscard]] bool enter_name(ctrie *names, const char *name, int value);
+
+/** Takes the value from a name that an unfinished step has entered; the name can be entered again. */
+void forget_name(ctrie *names, const char *name);
 
 } // namespace vexil

@@ -131,7 +131,8 @@ static_assert(sizeof(range_desc) == 24 && __builtin_offsetof(range_desc, maxData
  * @values: @count texts; a NULL one repeats the label before it, and is reported as a duplicate
  *
  * Labels that exist are logged and skipped; the field's bits are taken all the same. Return: false
- * for NULLs, once a handler exists, when the key would pass 65536 bits (logged), and without memory.
+ * for NULLs, once a handler exists, when the key would pass 65536 bits (logged), and without memory or
+ * nodes; nothing is declared then.
  */
 bool rm_insert_source(rm *pRm, const char *name, char **values, u32 count);
 /** The same, each value standing for the ranges that @define_node gives it; no bits are taken. */

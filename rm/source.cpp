@@ -27,20 +27,25 @@ u32 field_width(u32 count)
 	return width;
 }
 
-/**
- * Grows the key by @bits and the value buffer by @slots. Where the context has buffers they are made
- * anew, zeroed: the old ones are too small for what may be set next. False and nothing changed when
- * the key would become too long (logged), once a handler exists, and without memory.
- */
-bool take_key(rm *context, u32 bits, u32 slots, const char *function)
+/** False when the key would become too long (logged), and once a handler exists. */
+bool key_may_grow(rm *context, u32 bits, const char *function)
 {
 	if (context->has_handlers)
 		return false;
+	if (bits <= vexil::kMaxFieldBits && context->used_bits + bits <= vexil::kMaxKeyBits)
+		return true;
+	vexil::lib_fail(function, kKeyFullReport);
+	return false;
+}
+
+/**
+ * Grows the key by @bits and the value buffer by @slots. Where the context has buffers they are
+ * made anew, zeroed: the old ones are too small for what may be set next. False and nothing changed
+ * without memory.
+ */
+bool take_key(rm *context, u32 bits, u32 slots)
+{
 	const size_t all_bits = context->used_bits + bits;
-	if (bits > vexil::kMaxFieldBits || all_bits > vexil::kMaxKeyBits) {
-		vexil::lib_fail(function, kKeyFullReport);
-		return false;
-	}
 	if (context->rmInd.keyBuffer || context->rmInd.resBuffer) {
 		rm_individual made{};
 		if (!vexil::make_buffers(context, all_bits, context->res_num + slots, &made))
@@ -73,17 +78,30 @@ bool new_label(rm *context, const char *text, const source_desc *field, Label *l
 	return extmem_node_isvalid(label->property);
 }
 
+/** Makes a label findable; @entered: its name could be indexed. False only without memory. */
+bool enter_label(rm *context, const char *text, const Label &label, bool *entered)
+{
+	if (!vexil::enter_name(&context->source_map, text, label.node.id))
+		return false;
+	*entered = ctrie_find(&context->source_map, text) == label.node.id;
+	return true;
+}
+
+void link_label(rm *context, node_d holder)
+{
+	vexil::append_to_root(context->root, &context->root_tail_hint, holder);
+}
+
 /**
  * Makes a label findable, then part of the tree: an image with a label that cannot be indexed would
  * be refused for ever, so one whose name is refused stays out. False only without memory.
  */
 bool publish(rm *context, const char *text, const Label &label, bool *published)
 {
-	if (!vexil::enter_name(&context->source_map, text, label.node.id))
+	if (!enter_label(context, text, label, published))
 		return false;
-	*published = ctrie_find(&context->source_map, text) == label.node.id;
 	if (*published)
-		vexil::append_to_root(context->root, &context->root_tail_hint, label.holder);
+		link_label(context, label.holder);
 	return true;
 }
 
@@ -147,17 +165,92 @@ bool add_redefined(rm *context, const char *text, const cJSON *definition)
 	return made;
 }
 
-/** The label of a value source with its slot. False without room. */
-bool add_value_source(rm *context, const char *name, const source_desc &field, u64 slot)
+/** A value source with its field and its slot: all of it, or (false: no memory) nothing. */
+bool add_value_source(rm *context, const char *name)
 {
+	constexpr u32 kWidth = 1;
+	u64 slot = context->res_num;
+	const source_desc field{.shift = static_cast<u16>(context->used_bits),
+				.width = kWidth,
+				.rank = 1,
+				.zero = 0};
 	Label label;
 	if (!new_label(context, name, &field, &label))
 		return false;
 	const node_d slot_record =
 		extmem_get_data(&context->builder, EXTMEM_TAG_SIZE_HOLDER, &slot, sizeof slot);
-	bool published;
-	return extmem_append_next(label.property, slot_record) &&
-	       publish(context, name, label, &published);
+	bool entered = false;
+	if (!extmem_append_next(label.property, slot_record) ||
+	    !enter_label(context, name, label, &entered))
+		return false;
+	if (!take_key(context, kWidth, 1)) {
+		if (entered)
+			vexil::forget_name(&context->source_map, name);
+		return false;
+	}
+	if (entered)
+		link_label(context, label.holder);
+	return true;
+}
+
+/** Labels of one enumerated source that are made, but not part of the tree. */
+struct Labels {
+	rm *context;
+	const char *name;
+	char **values;
+	char *text;   // room for the longest label
+	u16 *holders; // of those whose names are entered
+	u32 entered;  // their number
+	size_t first; // of the ids of their nodes
+};
+
+/** The label of value @i in the text; a value without text keeps the one before. */
+const char *label_text(const Labels &labels, u32 i)
+{
+	if (labels.values[i])
+		join_label(labels.text, labels.name, labels.values[i]);
+	return labels.text;
+}
+
+/** Makes and enters the labels of @count values. False without memory: some may be entered then. */
+bool enter_labels(Labels &labels, u32 count, u32 width, const char *function)
+{
+	rm *context = labels.context;
+	for (u32 i = 0; i < count; ++i) {
+		const char *text = label_text(labels, i);
+		if (ctrie_find(&context->source_map, text) != vexil::kNoValue) {
+			report_duplicate(context, function, text);
+			continue;
+		}
+		const source_desc field{.shift = static_cast<u16>(context->used_bits),
+					.width = static_cast<u16>(width),
+					.rank = static_cast<u16>(i + 1),
+					.zero = 0};
+		Label label;
+		bool entered = false;
+		if (!new_label(context, text, &field, &label) ||
+		    !enter_label(context, text, label, &entered))
+			return false;
+		if (entered)
+			labels.holders[labels.entered++] = label.holder.id;
+	}
+	return true;
+}
+
+/**
+ * Undoes enter_labels, so that the source can be declared again: labels that lie in two fields would
+ * not replace each other.
+ */
+void forget_labels(const Labels &labels, u32 count)
+{
+	ctrie *names = &labels.context->source_map;
+	labels.text[0] = '\0';
+	for (u32 i = 0; i < count; ++i) {
+		const char *text = label_text(labels, i);
+		const int id = ctrie_find(names, text);
+		if (id != vexil::kNoValue && static_cast<size_t>(id) >= labels.first)
+			vexil::forget_name(names, text);
+	}
 }
 
 /** The texts of an array; items that are none become null. Owned by the caller. */
@@ -265,31 +358,24 @@ bool rm_insert_source(rm *pRm, const char *name, char **values, u32 count)
 		return false;
 	const vexil::Scratch<char> text(pRm->builder, longest_label(name, values, count));
 	const u32 width = field_width(count);
-	const size_t first_bit = pRm->used_bits;
-	if (!text || !take_key(pRm, width, 0, kFunction))
+	if (!text || !key_may_grow(pRm, width, kFunction))
 		return false;
-	bool used = false; // the field, by a label in the tree
-	for (u32 i = 0; i < count; ++i) {
-		if (values[i])
-			join_label(text.get(), name, values[i]);
-		if (ctrie_find(&pRm->source_map, text.get()) != vexil::kNoValue) {
-			report_duplicate(pRm, kFunction, text.get());
-			continue;
-		}
-		const source_desc field{.shift = static_cast<u16>(first_bit),
-					.width = static_cast<u16>(width),
-					.rank = static_cast<u16>(i + 1),
-					.zero = 0};
-		Label label;
-		bool published = false;
-		if (!new_label(pRm, text.get(), &field, &label) ||
-		    !publish(pRm, text.get(), label, &published)) {
-			if (!used)
-				pRm->used_bits = first_bit; // the key stays as rules know it
-			return false;
-		}
-		used = used || published;
+	const vexil::Scratch<u16> holders(pRm->builder, size_t{count} + 1); // never none
+	if (!holders)
+		return false;
+	Labels labels{.context = pRm,
+		      .name = name,
+		      .values = values,
+		      .text = text.get(),
+		      .holders = holders.get(),
+		      .entered = 0,
+		      .first = vexil::node_slots(pRm->builder)};
+	if (!enter_labels(labels, count, width, kFunction) || !take_key(pRm, width, 0)) {
+		forget_labels(labels, count);
+		return false;
 	}
+	for (u32 i = 0; i < labels.entered; ++i)
+		link_label(pRm, extmem_create_node_d(&pRm->builder, labels.holders[i]));
 	return true;
 }
 
@@ -322,22 +408,15 @@ bool rm_insert_source_null(rm *pRm, const char *name)
 	constexpr u32 kWidth = 1;
 	if (!pRm || !name)
 		return false;
-	const bool duplicate = ctrie_find(&pRm->source_map, name) != vexil::kNoValue;
-	const size_t bit = pRm->used_bits;
-	const u64 slot = pRm->res_num;
-	if (!take_key(pRm, kWidth, duplicate ? 0 : 1, kFunction))
+	if (!key_may_grow(pRm, kWidth, kFunction))
 		return false;
-	if (duplicate) {
-		// A duplicate still takes its bit: images built earlier count on the numbering.
-		report_duplicate(pRm, kFunction, name);
-		return true;
-	}
-	const source_desc field{.shift = static_cast<u16>(bit), .width = kWidth, .rank = 1, .zero = 0};
-	if (add_value_source(pRm, name, field, slot))
-		return true;
-	pRm->used_bits = bit; // the key stays as rules know it
-	pRm->res_num = slot;
-	return false;
+	if (ctrie_find(&pRm->source_map, name) == vexil::kNoValue)
+		return add_value_source(pRm, name);
+	if (!take_key(pRm, kWidth, 0))
+		return false;
+	// A duplicate still takes its bit: images built earlier count on the numbering.
+	report_duplicate(pRm, kFunction, name);
+	return true;
 }
 
 bool rm_insert_source_json(rm *pRm, cJSON *root)

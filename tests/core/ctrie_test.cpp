@@ -776,6 +776,30 @@ TEST(EnterName, EarlierFailureIsNotTakenForThisOne)
 	EXPECT_EQ(trie->err_code, CTRIE_DUPLICATED_STRING);
 }
 
+TEST(ForgetName, NameCanBeEnteredAgainAndOthersStay)
+{
+	Trie trie;
+	ASSERT_TRUE(trie.insert("abc", 1));
+	ASSERT_TRUE(trie.insert("abcd", 2));
+	ASSERT_TRUE(trie.insert("ax", 3));
+	vexil::forget_name(trie, "ABC");
+	EXPECT_EQ(trie.find("abc"), kAbsent);
+	EXPECT_EQ(trie.find("abcd"), 2);
+	EXPECT_EQ(trie.find("ax"), 3);
+	EXPECT_TRUE(trie.insert("abc", 4));
+	EXPECT_EQ(trie.find("abc"), 4);
+	EXPECT_EQ(trie.find("abcd"), 2);
+}
+
+TEST(ForgetName, NamesThatAreNotThereChangeNothing)
+{
+	Trie trie;
+	ASSERT_TRUE(trie.insert("abc", 1));
+	for (const char *name : {"", "a", "ab", "abcd", "x", "a-c"})
+		vexil::forget_name(trie, name);
+	EXPECT_EQ(trie.dump(), "[-1]\n---abc[1]\n");
+}
+
 // ---- splits ----
 
 TEST(CtrieSplit, GivesTheTailToANewChild)

@@ -654,13 +654,13 @@ TEST_F(RmSource, DuplicateAfterFinishMakesTheKeyLongerToo)
 TEST_F(RmSource, MoreValuesThanNodesIsFalse)
 {
 	EXPECT_FALSE(insert("A", numbered("a", 14000)));
-	EXPECT_EQ(rules->used_bits, 14u); // the labels that could be made use them
-	EXPECT_EQ(label("A:a13105"), 65527);
-	EXPECT_EQ(label("A:a13106"), INT_MIN); // would need 65535
+	EXPECT_EQ(rules->used_bits, 0u);
+	EXPECT_EQ(label("A:a0"), INT_MIN); // a source is there with all of its labels, or not at all
+	EXPECT_EQ(label("A:a13105"), INT_MIN);
+	EXPECT_FALSE(extmem_node_isvalid(extmem_get_child(rules->root)));
 	ImageBytes image = image_of(rules.get());
 	Rules again;
 	EXPECT_TRUE(adopt(again, image));
-	EXPECT_EQ(ctrie_find(&again->source_map, "A:a13105"), 65527);
 }
 
 TEST_F(RmSource, DeclaringOnAnAdoptedImageNeedsRoomInIt)
@@ -732,6 +732,78 @@ TEST_F(RmSourceMemory, EveryRefusalLeavesWhatWasThereUsable)
 	}
 	EXPECT_GT(nth, 10u);
 	EXPECT_EQ(rules->unres_source.count, 1u);
+}
+
+TEST_F(RmSourceMemory, RefusedSourceCanBeDeclaredAgainAsForTheFirstTime)
+{
+	const Json enumeration = json(rule_lists(enumerated("S", {"a", "b", "c"})));
+	const Json number = json(rule_lists(value_source("S")));
+	for (const Json *document : {&enumeration, &number}) {
+		bool refused = true;
+		std::size_t nth = 0;
+		while (refused) {
+			ASSERT_LT(++nth, 100u);
+			ASSERT_TRUE(rules.init());
+			ASSERT_TRUE(map.init());
+			ASSERT_TRUE(declare(enumerated("Old", {"x", "y"})));
+			setting("s", 5);
+			ASSERT_TRUE(add(rule("R", {rule_case("'Old': 'y'", "'s'")})));
+			ASSERT_TRUE(rm_finish(rules.get()));
+			ASSERT_TRUE(rm_set(rules.get(), "Old:y", 0));
+			bool done;
+			{
+				const Refuse one = Refuse::only(nth);
+				done = rm_insert_source_json(rules.get(), document->get());
+				refused = one.happened();
+			}
+			ASSERT_EQ(done, !refused);
+			if (refused) {
+				EXPECT_EQ(rules->used_bits, 2u);
+				EXPECT_EQ(rules->res_num, 0u);
+				for (const char *text : {"S", "S:a", "S:b", "S:c"})
+					EXPECT_EQ(label(text), INT_MIN) << text;
+				// What was stated is not forgotten.
+				EXPECT_TRUE(rm_trigger(rules.get(), "R"));
+				EXPECT_EQ(results_of(rules.get()), Ids{5});
+				EXPECT_TRUE(rm_insert_source_json(rules.get(), document->get()));
+			}
+			take_log();
+			EXPECT_EQ(rules->used_bits, document == &enumeration ? 4u : 3u);
+			EXPECT_EQ(rules->res_num, document == &enumeration ? 0u : 1u);
+		}
+		EXPECT_GT(nth, 3u);
+	}
+}
+
+TEST_F(RmSourceMemory, LabelsOfASourceThatWasRefusedReplaceEachOther)
+{
+	const Json document = json(rule_lists(enumerated("S", {"a", "b", "c"})));
+	bool refused = true;
+	for (std::size_t nth = 1; refused; ++nth) {
+		ASSERT_LT(nth, 100u);
+		ASSERT_TRUE(rules.init());
+		ASSERT_TRUE(map.init());
+		{
+			const Refuse one = Refuse::only(nth);
+			const bool done = rm_insert_source_json(rules.get(), document.get());
+			refused = one.happened();
+			ASSERT_EQ(done, !refused);
+		}
+		if (refused) {
+			ASSERT_TRUE(rm_insert_source_json(rules.get(), document.get()));
+		}
+		take_log();
+		setting("s", 5);
+		ASSERT_TRUE(add(rule("A", {rule_case("'S': 'a'", "'s'")}) + ", " +
+				rule("C", {rule_case("'S': 'c'", "'s'")})));
+		ASSERT_TRUE(rm_finish(rules.get()));
+		ASSERT_TRUE(rm_set(rules.get(), "S:a", 0));
+		ASSERT_TRUE(rm_set(rules.get(), "S:c", 0));
+		EXPECT_TRUE(rm_trigger(rules.get(), "A"));
+		EXPECT_EQ(results_of(rules.get()), Ids{}) << nth;
+		EXPECT_TRUE(rm_trigger(rules.get(), "C"));
+		EXPECT_EQ(results_of(rules.get()), Ids{5}) << nth;
+	}
 }
 
 } // namespace
