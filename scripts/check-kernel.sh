@@ -5,6 +5,8 @@
 #
 #   plain    runs the scenarios: nothing may be noticed
 #   starved  runs them with allocations refused at random, and once more as before: nothing may be noticed
+#   swept    calls every slot with each of its allocations refused in turn, and with all from each on:
+#            nothing may be noticed, and what was there before is there
 #   faults   commits faults in C++, each of which must be noticed
 #
 # Ends with "N passed, N failed". VEXIL_STARVED (3) says how often each degree of starvation is tried,
@@ -96,6 +98,8 @@ boot starved &
 starving=$!
 boot plain
 plain=$?
+boot swept
+swept=$?
 boot faults kasan_multi_shot # elsewhere, the first report is one too many
 faults=$?
 wait "$starving"
@@ -182,6 +186,17 @@ quiet starved starved starved
 passes starved again
 quiet starved again
 
+printf '\n== every slot, each allocation refused in turn ==\n'
+came_to_end swept "$swept"
+sum=$(part swept swept | sed -n 's/.*vexil sweep: \([0-9]* slots, .* refusals, failed [0-9]*\)$/\1/p')
+case $sum in
+  '57 slots, '[1-9]*' ask for memory, '[1-9]*' refusals, failed 0') ok "swept: ${sum%, failed 0}" ;;
+  *) bad "swept: ${sum:-nothing is told}" ;;
+esac
+refusals=$(part swept swept | sed -n 's/.*vexil check: swept: refused \([1-9][0-9]*\), result 0$/\1/p')
+if [ -n "$refusals" ]; then ok "swept: $refusals allocations refused in all"; else bad "swept: no allocation was refused"; fi
+quiet swept swept starved
+
 # ---- Faults: each must be noticed, by what and where
 
 printf '\n== faults, which must be noticed ==\n'
@@ -232,7 +247,7 @@ else
 fi
 
 took "all guests" "$begin"
-sed -n 's/.*vexil check: \([a-z0-9 -]*\): .*from \([0-9.]*\) to \([0-9.]*\)$/\2 \3 \1/p' "$out/plain.log" "$out/starved.log" |
+sed -n 's/.*vexil check: \([a-z0-9 -]*\): .*from \([0-9.]*\) to \([0-9.]*\)$/\2 \3 \1/p' "$out/plain.log" "$out/starved.log" "$out/swept.log" |
   awk '{ printf "        %s:", $3; for (i = 4; i <= NF; i++) printf " %s", $i; printf " %.1f s\n", $2 - $1 }'
 left=$(sed -n 's/.* insmod ([0-9]*) used greatest stack depth: \([0-9]*\) bytes left.*/\1/p' "$out/plain.log" "$out/starved.log" |
   sort -n | head -n 1)

@@ -23,6 +23,10 @@ static bool starved;
 module_param(starved, bool, 0444);
 MODULE_PARM_DESC(starved, "allocations fail at random: nothing is expected but survival");
 
+static bool sweep;
+module_param(sweep, bool, 0444);
+MODULE_PARM_DESC(sweep, "each allocation of each slot fails in turn; where allocations can be refused");
+
 static int result;
 module_param(result, int, 0444);
 MODULE_PARM_DESC(result, "0: every check held; only to be read");
@@ -63,7 +67,7 @@ static int __init scenario_init(void)
 
 	if (!table)
 		return -ENODEV;
-	result = vexil_scenarios(table, &env, rounds);
+	result = sweep ? vexil_scenario_sweep(table, &env) : vexil_scenarios(table, &env, rounds);
 	return 0;
 }
 module_init(scenario_init);

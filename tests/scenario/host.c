@@ -21,6 +21,31 @@ static unsigned long live_blocks, refused_blocks;
 static unsigned int starving; /* one of so many requests is refused; 0: none */
 static unsigned int random_state;
 
+/* Of the requests from now on: the first that is refused, and whether all after it are. */
+static unsigned int refused_nth;
+static bool refused_rest, refused_any;
+
+static bool refused_now(void)
+{
+	if (!refused_nth || (refused_nth > 1 && --refused_nth))
+		return false;
+	if (!refused_rest)
+		refused_nth = 0;
+	refused_any = true;
+	return true;
+}
+
+static bool refuse(void *context, unsigned int nth, bool rest)
+{
+	const bool any = refused_any;
+
+	(void)context;
+	refused_nth = nth;
+	refused_rest = rest;
+	refused_any = false;
+	return any;
+}
+
 void *kvmalloc_node(size_t size, unsigned int flags, int node)
 {
 	void *block;
@@ -33,6 +58,8 @@ void *kvmalloc_node(size_t size, unsigned int flags, int node)
 		refused_blocks++;
 		return NULL;
 	}
+	if (refused_now())
+		return NULL;
 	block = malloc(size ? size : 1);
 	live_blocks += block != NULL;
 	return block;
@@ -105,11 +132,12 @@ static int usage(FILE *out)
 {
 	fprintf(out,
 		"usage: vexil_scenario [--rounds N] [--only NAME] [--starve SEED] [--fault "
-		"numbers|table] [--list]\n"
+		"numbers|table] [--list] [--sweep]\n"
 		"Writes the transcript to standard output. Exit code 1: a check failed, or memory "
 		"is left.\n"
 		"  --starve  refuses allocations at random, one of 10 to 1280 by the seed;\n"
 		"            nothing is expected but survival\n"
+		"  --sweep   refuses each allocation of each slot in turn, and all from each on\n"
 		"  --fault   runs with a wrong conversion or a wrong slot, which must be found\n");
 	return out == stdout ? 0 : 2;
 }
@@ -147,6 +175,11 @@ int main(int argc, char **argv)
 			return usage(stdout);
 		if (!strcmp(option, "--list"))
 			return list();
+		if (!strcmp(option, "--sweep")) {
+			env.refuse = refuse;
+			env.exact = true;
+			continue;
+		}
 		if (!value)
 			return usage(stderr);
 		i++;
@@ -166,7 +199,8 @@ int main(int argc, char **argv)
 			return usage(stderr);
 		}
 	}
-	result = vexil_scenarios(&table, &env, rounds);
+	result = env.refuse ? vexil_scenario_sweep(&table, &env)
+			    : vexil_scenarios(&table, &env, rounds);
 	if (result < 0) {
 		fprintf(stderr, "vexil_scenario: nothing ran\n");
 		return 2;

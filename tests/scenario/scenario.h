@@ -15,8 +15,8 @@
  *
  * Taken from the library: the table; and, because they have no slot, the exported functions
  * vexil_mem_init, vexil_mem_status, vexil_mem_alloc, vexil_strtoull, pim_print, rm_print, rm_find,
- * rm_handler_find, rm_get_num_result, rm_handler_get_num_result, pim_query_setting_id and
- * pim_query_preset_id. The wrappers, vexil_<service>, are compared with the slots, hence must be
+ * rm_handler_find, rm_get_num_result, rm_handler_get_num_result, pim_query_setting_id,
+ * pim_query_preset_id, vexil_image_verify and vexil_image_code_text. The wrappers, vexil_<service>, are compared with the slots, hence must be
  * exported as well.
  */
 #ifndef VEXIL_SCENARIO_H
@@ -37,6 +37,11 @@
  * @only:	name of the one scenario to run; NULL for all of them. Names: vexil_scenario_name.
  * @starved:	allocations are made to fail at random: nothing is expected any more but survival,
  *		so neither results nor the transcript are compared
+ * @refuse:	from now on the @nth allocation of the caller is refused, and with @rest all after it;
+ *		0: none any more. Returns whether one was refused since the call before. For
+ *		vexil_scenario_sweep alone; NULL where allocations cannot be refused.
+ * @exact:	@refuse counts what the library asks for, and nothing else; kernels that watch allocations
+ *		make more of their own
  */
 struct vexil_scenario_env {
 	void *context;
@@ -48,6 +53,8 @@ struct vexil_scenario_env {
 	void (*pause)(void *context);
 	const char *only;
 	bool starved;
+	bool (*refuse)(void *context, unsigned int nth, bool rest);
+	bool exact;
 };
 
 /**
@@ -64,6 +71,18 @@ struct vexil_scenario_env {
  */
 int vexil_scenarios(const _PUBIF_VEXIL *table, const struct vexil_scenario_env *env,
 		    unsigned int rounds);
+
+/**
+ * vexil_scenario_sweep - every slot, and the verifier, with each allocation refused in turn, and all
+ *			  from each on
+ *
+ * Writes lines that begin with "vexil sweep: ", the last of them
+ * "vexil sweep: N slots, N ask for memory, N refusals, failed N"; a check that fails is told as above,
+ * and ends the sweep.
+ *
+ * Return: as vexil_scenarios; -1 also without @refuse.
+ */
+int vexil_scenario_sweep(const _PUBIF_VEXIL *table, const struct vexil_scenario_env *env);
 
 /** Name of scenario @index, from 0; NULL behind the last. */
 const char *vexil_scenario_name(unsigned int index);

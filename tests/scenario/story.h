@@ -181,7 +181,8 @@ void tell_ids(struct story *s, const char *what, const u16 *ids, size_t count);
 	SCENARIO(damaged_maps) \
 	SCENARIO(damaged_rules) \
 	SCENARIO(swept_images) \
-	SCENARIO(numbers)
+	SCENARIO(numbers) \
+	SCENARIO(verify)
 
 #define VEXIL_SCENARIO_FUNCTION(name) void scenario_##name(struct story *s);
 SCENARIOS(VEXIL_SCENARIO_FUNCTION)

@@ -9,9 +9,9 @@
 // a strided sample with a seeded offset of the allocations of the whole: build both products, export,
 // adopt, merge, export, adopt, load.
 #include "tests/support/example.h"
+#include "tests/support/sweep.h"
 
 #include <climits>
-#include <functional>
 #include <random>
 
 namespace {
@@ -28,50 +28,6 @@ const Example &customer()
 {
 	static const Example example("customer");
 	return example;
-}
-
-enum class Mode { kOne, kAllLater };
-
-Refuse refuse(Mode mode, size_t nth)
-{
-	return mode == Mode::kOne ? Refuse::only(nth) : Refuse::from(nth);
-}
-
-/**
- * Runs @attempt with the first allocation failing, then with the second, until nothing is refused any
- * more; for each, @attempt gets the mode and the number, and says whether something was refused.
- */
-void every_allocation(const std::function<bool(Mode, size_t)> &attempt)
-{
-	constexpr size_t kEndless = 100000;
-	for (const Mode mode : {Mode::kOne, Mode::kAllLater}) {
-		size_t nth = 1;
-		bool refused = true;
-		for (; refused; ++nth) {
-			SCOPED_TRACE((mode == Mode::kOne ? "allocation " : "allocations from ") +
-				     std::to_string(nth));
-			const size_t blocks = live_blocks();
-			refused = attempt(mode, nth);
-			ASSERT_EQ(live_blocks(), blocks);
-			ASSERT_FALSE(testing::Test::HasFailure());
-			ASSERT_LT(nth, kEndless);
-		}
-		ASSERT_GT(nth, 2u) << "the step allocates nothing";
-	}
-}
-
-/** How a step went with an allocation failing in it. */
-struct Outcome {
-	bool done;
-	bool refused;
-};
-
-/** @step with the @nth allocation from now failing. */
-Outcome attempt(Mode mode, size_t nth, const std::function<bool()> &step)
-{
-	const Refuse refusal = refuse(mode, nth);
-	const bool done = step();
-	return {done, refusal.happened()};
 }
 
 class AllocationSweep : public testing::Test {

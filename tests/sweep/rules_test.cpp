@@ -6,6 +6,7 @@
 #include "module/pubif.h"
 #include "tests/support/example.h"
 #include "tests/support/rm_json.h"
+#include "tests/support/sweep.h"
 
 namespace {
 
@@ -205,6 +206,7 @@ protected:
 						all_later ? Refuse::from(nth) : Refuse::only(nth);
 					scenario.run();
 					ASSERT_TRUE(refusal.happened());
+					tally().count();
 				}
 				expect_right(scenario, reference);
 			}
@@ -298,6 +300,8 @@ TEST_F(RuleSweep, EveryAllocationOfAdoptingAndAsking)
 					       static_cast<u32>(bytes.size())) &&
 				       select(adopted.rules, &selection);
 				refused = refusal.happened();
+				if (refused)
+					tally().count();
 			}
 			EXPECT_TRUE(done || refused);
 			if (done && !refused) {
