@@ -11,6 +11,7 @@ packages=(
   dpkg-dev patch            # the cJSON source package
   libcli11-dev libfmt-dev nlohmann-json3-dev # tool
   libgtest-dev perl         # tests
+  clang libclang-rt-14-dev llvm # fuzzers
   libbenchmark-dev valgrind # measurements
   qemu-system-x86 qemu-system-arm cpio kmod libelf1 python3 # the module in kernels
   flex bison bc xz-utils libelf-dev # the checking kernel

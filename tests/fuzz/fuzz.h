@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// What fuzzers share: reading a script out of an input, ending the program where something is not as
-// it must be, and the platform's memory under control.
+// What fuzzers share: reading a script out of an input, ending the program where something is not
+// as it must be, and the platform's memory under control.
 #pragma once
 
 #include <cstddef>
@@ -20,7 +20,8 @@ std::size_t live_blocks();
 /** Calls of the allocator, refused ones included, since the program began. */
 std::size_t allocations();
 
-/** Refuses the @nth allocation from now (1 is the next), and with @all_later what follows; 0: none. */
+/** Refuses the @nth allocation from now (1 is the next), and with @all_later what follows; 0: none.
+ */
 void refuse(std::size_t nth, bool all_later);
 
 /** Whether an allocation was refused since refuse() was called. */
@@ -28,6 +29,15 @@ bool refused();
 
 /** What was logged since the last call. Kept up to 64 KiB. */
 std::string take_log();
+
+/**
+ * Whether a report whose format holds @part was logged since the last take_log(): texts of the log
+ * may come from the input, formats do not. Looks at formats that begin with "[".
+ */
+bool was_logged(const char *part);
+
+/** Pieces of text that were logged since the program began. */
+std::size_t messages();
 
 /** Demands that no block is left of what was allocated within its scope; lifts refusals. */
 class Blocks {

@@ -2,6 +2,7 @@
 //
 // The platform of fuzzers: blocks of exactly their size, so that address checks see every overrun,
 // refusals on demand, and a log whose texts are put together, so that every argument is read.
+#include <algorithm>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -21,11 +22,19 @@ std::size_t calls;
 std::size_t refused_calls;
 std::size_t refuse_from;
 std::size_t refuse_to;
+std::size_t logged;
 
 std::string &log_text()
 {
 	static auto *const text = new std::string; // no order of destruction
 	return *text;
+}
+
+/** Formats of reports, each once. */
+std::vector<const char *> &formats()
+{
+	static auto *const all = new std::vector<const char *>;
+	return *all;
 }
 
 } // namespace
@@ -62,7 +71,20 @@ bool refused()
 
 std::string take_log()
 {
+	formats().clear();
 	return std::exchange(log_text(), {});
+}
+
+bool was_logged(const char *part)
+{
+	return std::any_of(formats().begin(), formats().end(), [part](const char *format) {
+		return std::strstr(format, part) != nullptr;
+	});
+}
+
+std::size_t messages()
+{
+	return logged;
 }
 
 } // namespace vexil_fuzz
@@ -95,15 +117,28 @@ void kvfree(const void *addr)
 int _printk(const char *fmt, ...)
 {
 	using namespace vexil_fuzz;
+	char text[256];
 	va_list arguments;
 	va_start(arguments, fmt);
-	char *text = nullptr;
-	const int length = vasprintf(&text, fmt, arguments);
+	const int length = vsnprintf(text, sizeof text, fmt, arguments);
 	va_end(arguments);
 	require(length >= 0, "a message that cannot be put together");
-	if (log_text().size() < kLogKept)
+	++logged;
+	auto &known = formats();
+	if (fmt[0] == '[' && std::find(known.begin(), known.end(), fmt) == known.end())
+		known.push_back(fmt);
+	if (log_text().size() >= kLogKept)
+		return length;
+	if (static_cast<std::size_t>(length) < sizeof text) {
 		log_text().append(text, static_cast<std::size_t>(length));
-	std::free(text);
+		return length;
+	}
+	std::string whole(static_cast<std::size_t>(length) + 1, '\0');
+	va_start(arguments, fmt);
+	vsnprintf(whole.data(), whole.size(), fmt, arguments);
+	va_end(arguments);
+	whole.pop_back();
+	log_text() += whole;
 	return length;
 }
 

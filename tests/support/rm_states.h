@@ -17,15 +17,11 @@
 #include "rm/rm.h"
 #include "tests/support/pim_json.h"
 #include "tests/support/platform.h"
+#include "tests/support/rm_ids.h"
 
 namespace vexil_test::states {
 
-using Ids = std::vector<u16>;
 using Words = std::vector<u64>;
-
-inline constexpr u16 kSettingIds = 1000;
-inline constexpr u16 kPresetIds = 2000;
-inline constexpr int kNamesInMap = 200;
 
 /** A rule context that is destroyed with its scope. */
 class Rules {
