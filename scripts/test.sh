@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # test.sh [PART...]: every test, from a fresh machine: a release build, one with address and
-# undefined-behaviour checks, the threaded tests with thread checks, the module in Debian's kernels and
-# in one that checks every access. PARTs are presets (release, asan, tsan), kernel and checking. Ends
-# with "N passed, N failed".
+# undefined-behaviour checks, the threaded tests with thread checks, ten seconds of each fuzzer, what the
+# tests cover, a few faults that they must notice, the module in Debian's kernels and in one that checks
+# every access. PARTs are presets (release, asan, tsan), fuzz, coverage, mutation, kernel and checking.
+# Ends with "N passed, N failed".
 set -uo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 scripts/setup.sh || exit 1
@@ -65,9 +66,12 @@ run_kernel() {
   for arch in amd64 arm64; do run_check examples/driver/run.sh "$arch"; done
 }
 
-if [ $# -gt 0 ]; then parts=("$@"); else parts=(release asan tsan kernel checking); fi
+if [ $# -gt 0 ]; then parts=("$@"); else parts=(release asan tsan fuzz coverage mutation kernel checking); fi
 for part in "${parts[@]}"; do
   case $part in
+    fuzz) run_script scripts/fuzz.sh ;;
+    coverage) run_script scripts/coverage.sh ;;
+    mutation) run_script scripts/mutation.py --count 60 ;;
     kernel) run_kernel ;;
     checking) run_script scripts/check-kernel.sh ;;
     *) run "$part" ;;

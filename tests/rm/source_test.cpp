@@ -806,4 +806,65 @@ TEST_F(RmSourceMemory, LabelsOfASourceThatWasRefusedReplaceEachOther)
 	}
 }
 
+// The three below: what is refused last, when a source that is there already makes the key longer.
+TEST_F(RmSourceMemory, RepeatedNumberWithoutMemoryTakesNoBit)
+{
+	ASSERT_TRUE(declare(value_source("N")));
+	ASSERT_TRUE(rm_finish(rules.get()));
+	const Json again = json(rule_lists(value_source("N")));
+	bool done;
+	{
+		const Refuse all = Refuse::from(1);
+		done = rm_insert_source_json(rules.get(), again.get());
+		EXPECT_TRUE(all.happened());
+	}
+	EXPECT_FALSE(done);
+	EXPECT_EQ(rules->used_bits, 1u);
+	EXPECT_EQ(rules->res_num, 1u);
+	EXPECT_TRUE(rm_insert_source_json(rules.get(), again.get()));
+	EXPECT_EQ(rules->used_bits, 2u);
+	take_log();
+}
+
+TEST_F(RmSourceMemory, NumberWhoseNameCannotBeIndexedIsRefusedWithoutMemoryToo)
+{
+	ASSERT_TRUE(declare(value_source("Old")));
+	ASSERT_TRUE(rm_finish(rules.get()));
+	const Json document = json(rule_lists(value_source("N-1")));
+	bool refused = true;
+	for (std::size_t nth = 1; refused; ++nth) {
+		ASSERT_LT(nth, 100u);
+		const std::size_t bits = rules->used_bits;
+		bool done;
+		{
+			const Refuse one = Refuse::only(nth);
+			done = rm_insert_source_json(rules.get(), document.get());
+			refused = one.happened();
+		}
+		EXPECT_EQ(done, !refused) << nth;
+		EXPECT_EQ(rules->used_bits, refused ? bits : bits + 1) << nth;
+		take_log();
+	}
+}
+
+TEST_F(RmSourceMemory, RefusedSourceLeavesTheLabelsThatWereThere)
+{
+	ASSERT_TRUE(declare(enumerated("S", {"a"})));
+	const int there = label("S:a");
+	const Json document = json(rule_lists(enumerated("S", {"a", "b"})));
+	bool refused = true;
+	for (std::size_t nth = 1; refused; ++nth) {
+		ASSERT_LT(nth, 100u);
+		{
+			const Refuse one = Refuse::only(nth);
+			const bool done = rm_insert_source_json(rules.get(), document.get());
+			refused = one.happened();
+			EXPECT_EQ(done, !refused);
+		}
+		EXPECT_EQ(label("S:a"), there);
+		EXPECT_EQ(label("S:b") == INT_MIN, refused) << nth;
+		take_log();
+	}
+}
+
 } // namespace
