@@ -53,6 +53,10 @@ TEST(VerifyUnlinked, RuleThatWasGivenUpIsNoRule)
 	EXPECT_EQ(fault_of(plan), kSound);
 	plan.child(plan.next(property), plan.add_value(EXTMEM_TAG_VERSION_HOLDER, vexil_version{}));
 	EXPECT_EQ(fault_of(plan), kSound);
+	const u16 text = plan.child(property);
+	plan.child(property, kNoId);
+	EXPECT_EQ(fault_of(plan), kSound);
+	plan.child(property, text);
 	plan.child(half, plan.add(EXTMEM_TAG_PROPERTY)); // now it is whole, and its case is none
 	EXPECT_EQ(fault_of(plan),
 		  (Fault{VEXIL_IMAGE_MISPLACED, field_at(plan.child(half), kTagField),
@@ -78,7 +82,7 @@ TEST(VerifyKeys, LongerThanAnyKey)
 /** Rules in a row; every second one also leads to the last, so that the search comes back to it. */
 TEST(VerifyWays, BackThroughRulesThatLeadOn)
 {
-	constexpr size_t kRules = 300;
+	constexpr size_t kRules = 3000;
 	RuleImage plan;
 	std::vector<u16> bodies;
 	std::vector<u16> rules;
@@ -98,6 +102,42 @@ TEST(VerifyWays, BackThroughRulesThatLeadOn)
 	EXPECT_EQ(fault.code, VEXIL_IMAGE_RULE_RING);
 	EXPECT_EQ(fault.node, ring);
 	EXPECT_EQ(fault.other, rules[1]);
+}
+
+/** The longest ways that fit an image, where the search begins to tell its way again. */
+TEST(VerifyWays, BackOverLongLists)
+{
+	constexpr size_t kRules = 52;
+	constexpr size_t kFirstLong = 24;
+	constexpr size_t kLong = 1100; // outcomes before those that lead on
+	RuleImage plan;
+	std::vector<u16> rules;
+	std::vector<u16> bodies;
+	for (size_t i = 0; i < kRules; ++i) {
+		rules.push_back(plan.rule("R" + std::to_string(i)));
+		bodies.push_back(plan.add_case(rules.back()));
+		plan.alternative(bodies.back(), {0}, {0});
+	}
+	for (size_t i = 0; i + 1 < kRules; ++i) {
+		u16 last = bodies[i];
+		const auto outcome = [&](int tag, u16 id) {
+			const u16 node = plan.add(EXTMEM_TAG_GENERAL);
+			plan.child(node, plan.add_value(tag, id));
+			plan.next(last, node);
+			last = node;
+		};
+		for (size_t j = 0; i >= kFirstLong && j < kLong; ++j)
+			outcome(EXTMEM_TAG_VALUE_HOLDER, 1);
+		outcome(EXTMEM_TAG_NODE_HOLDER, rules[i + 1]);
+		outcome(EXTMEM_TAG_NODE_HOLDER, rules.back());
+	}
+	ASSERT_LT(plan.nodes(), 65535u);
+	EXPECT_EQ(fault_of(plan), kSound);
+	const u16 ring = plan.outcome(bodies.back(), EXTMEM_TAG_NODE_HOLDER, {rules[30]});
+	const Fault fault = fault_of(plan);
+	EXPECT_EQ(fault.code, VEXIL_IMAGE_RULE_RING);
+	EXPECT_EQ(fault.node, ring);
+	EXPECT_EQ(fault.other, rules[30]);
 }
 
 } // namespace
