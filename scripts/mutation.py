@@ -51,9 +51,6 @@ EQUIVALENT = (
      "node 0 is the root, neither a rule nor a record with an id"),
     ("verify/ring.cpp", "steps_ = 0;", "steps_ = 1;",
      "marks stand one step nearer: the way from one to the next bounds time alone"),
-    ("verify/ring.cpp", "if (num_marks_ > 0 && marks_[num_marks_ - 1].at == depth_) {",
-     "if (num_marks_ > 0 && marks_[num_marks_ - 1].at != depth_) {",
-     "marks are given up early: the way is told again from its start, which takes longer"),
     ("extmem/children.h", "if (steps_left_ == 0)", "if (steps_left_ == 1)",
      "a list has fewer members than its store has nodes; of a ring one member less is met"),
 )
