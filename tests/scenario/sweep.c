@@ -174,10 +174,12 @@ static void ask_all(struct story *s, const struct held *h, struct answers *answe
 static void check_sound(struct story *s, const char *what, const char *image, u32 size)
 {
 	vexil_image_fault fault;
+	bool sound;
 
-	if (image)
-		check(s, vexil_image_verify(image, size, &fault), "%s: %s, node %u", what,
-		      vexil_image_code_text(fault.code), fault.node);
+	if (!image)
+		return;
+	sound = vexil_image_verify(image, size, &fault);
+	check(s, sound, "%s: %s, node %u", what, vexil_image_code_text(fault.code), fault.node);
 }
 
 /** The map's image is sound, and over it stands a map that says the same. */
