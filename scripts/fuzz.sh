@@ -1,10 +1,11 @@
 #!/usr/bin/env bash
-# fuzz.sh [--runs N | --seconds S] [--jobs J] [--keep] [--build DIR] [NAME...]: fuzzers (all of
+# fuzz.sh [--runs N | --seconds S] [--seed N] [--jobs J] [--keep] [--build DIR] [NAME...]: fuzzers (all of
 # tests/fuzz/*_fuzz.cpp, or those that are named), built with clang and address and
 # undefined-behaviour checks, each from its kept inputs. By default 10 seconds each, two at a time.
 #
 #   --seconds 3600  a long run
 #   --runs N        a fixed number of executions instead of a time
+#   --seed N        the same way every time, where --runs says how far
 #   --keep          then adds what reached new code to tests/fuzz/corpus/NAME, at most 128 KiB there
 #
 # What a run finds stays in out/fuzz/NAME/corpus, and the next run goes on from there; an input that
@@ -16,13 +17,14 @@ set -uo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 limit=-max_total_time=10
+seed=0 # by the clock
 jobs=2
 keep=
 build="build-fuzz"
 names=()
 while [ $# -gt 0 ]; do
   case $1 in
-    --runs | --seconds | --jobs | --build)
+    --runs | --seconds | --seed | --jobs | --build)
       if [ $# -lt 2 ]; then
         echo "fuzz.sh: $1 needs a value" >&2
         exit 2
@@ -30,6 +32,7 @@ while [ $# -gt 0 ]; do
       case $1 in
         --runs) limit=-runs=$2 ;;
         --seconds) limit=-max_total_time=$2 ;;
+        --seed) seed=$2 ;;
         --jobs) jobs=$2 ;;
         --build) build=$2 ;;
       esac
@@ -82,7 +85,7 @@ run() { # name
   done
   [ -f "tests/fuzz/$name.dict" ] && options+=("-dict=tests/fuzz/$name.dict")
   [ -f "tests/fuzz/$name.options" ] && mapfile -t -O "${#options[@]}" options <"tests/fuzz/$name.options"
-  "$build/vexil_fuzz_$name" "${limits[@]}" "${options[@]}" "$limit" -print_final_stats=1 \
+  "$build/vexil_fuzz_$name" "${limits[@]}" "${options[@]}" "$limit" -seed="$seed" -print_final_stats=1 \
     -artifact_prefix="$folder/" "${corpora[@]}" >"$folder/log" 2>&1
 }
 
