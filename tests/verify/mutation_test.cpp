@@ -309,18 +309,28 @@ protected:
 	}
 };
 
+/** @use(mutated, seed) for @images changed copies of @image, until one fails. */
+template <typename Use>
+void each_mutated(const ImageBytes &image, unsigned images, Use use)
+{
+	for (unsigned seed = kFirstSeed; seed < kFirstSeed + images; ++seed) {
+		SCOPED_TRACE(seed);
+		ImageBytes mutated = image;
+		Mutator(seed).change(mutated);
+		use(mutated, seed);
+		ASSERT_FALSE(testing::Test::HasFailure());
+	}
+}
+
 TEST_F(Mutations, SmallMaps)
 {
 	constexpr unsigned kImages = 4000;
 	const ImageBytes image = SmallMap().plan.write();
 	Tally tally;
-	for (unsigned seed = kFirstSeed; seed < kFirstSeed + kImages; ++seed) {
-		SCOPED_TRACE(seed);
-		ImageBytes mutated = image;
-		Mutator(seed).change(mutated);
-		try_map(mutated, seed % 2 == 0, &tally);
-		ASSERT_FALSE(HasFailure());
-	}
+	ASSERT_NO_FATAL_FAILURE(
+		each_mutated(image, kImages, [&](ImageBytes &mutated, unsigned seed) {
+			try_map(mutated, seed % 2 == 0, &tally);
+		}));
 	EXPECT_GT(tally.verified, kImages / 10);
 	EXPECT_GT(tally.adopted, kImages / 10);
 	EXPECT_GT(tally.refused, kImages / 3);
@@ -332,13 +342,9 @@ TEST_F(Mutations, SmallRules)
 	constexpr unsigned kImages = 6000;
 	const ImageBytes image = SmallRules().plan.write();
 	Tally tally;
-	for (unsigned seed = kFirstSeed; seed < kFirstSeed + kImages; ++seed) {
-		SCOPED_TRACE(seed);
-		ImageBytes mutated = image;
-		Mutator(seed).change(mutated);
+	ASSERT_NO_FATAL_FAILURE(each_mutated(image, kImages, [&](ImageBytes &mutated, unsigned) {
 		try_rules(mutated, &tally);
-		ASSERT_FALSE(HasFailure());
-	}
+	}));
 	EXPECT_GT(tally.verified, kImages / 10);
 	EXPECT_GT(tally.adopted, kImages / 10);
 	EXPECT_GT(tally.refused, kImages / 3);
@@ -353,13 +359,10 @@ TEST_F(Mutations, ExampleMap)
 	ASSERT_TRUE(build_example(built, customer));
 	const ImageBytes image = image_of(built.get());
 	Tally tally;
-	for (unsigned seed = kFirstSeed; seed < kFirstSeed + kImages; ++seed) {
-		SCOPED_TRACE(seed);
-		ImageBytes mutated = image;
-		Mutator(seed).change(mutated);
-		try_map(mutated, seed % 2 == 0, &tally);
-		ASSERT_FALSE(HasFailure());
-	}
+	ASSERT_NO_FATAL_FAILURE(
+		each_mutated(image, kImages, [&](ImageBytes &mutated, unsigned seed) {
+			try_map(mutated, seed % 2 == 0, &tally);
+		}));
 	EXPECT_GT(tally.adopted, kImages / 10);
 	EXPECT_GT(tally.refused, kImages / 4);
 }
@@ -380,13 +383,9 @@ TEST_F(Mutations, ExampleRules)
 		    rm_insert(built.get(), rules.get(), map.get()) && rm_finish(built.get()));
 	const ImageBytes image = image_of(built.get());
 	Tally tally;
-	for (unsigned seed = kFirstSeed; seed < kFirstSeed + kImages; ++seed) {
-		SCOPED_TRACE(seed);
-		ImageBytes mutated = image;
-		Mutator(seed).change(mutated);
+	ASSERT_NO_FATAL_FAILURE(each_mutated(image, kImages, [&](ImageBytes &mutated, unsigned) {
 		try_rules(mutated, &tally);
-		ASSERT_FALSE(HasFailure());
-	}
+	}));
 	EXPECT_GT(tally.adopted, kImages / 10);
 	EXPECT_GT(tally.refused, kImages / 4);
 }
